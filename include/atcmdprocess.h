@@ -1,0 +1,306 @@
+/*
+ * atcmdprocess: the hardware module that carries the AT-command protocol
+ * between the phone's HIDL service and the kavren accessory.
+ *
+ * This is the one header a client compiles against. Everything declared here
+ * is exported from atcmdprocess.default.so with C linkage under exactly this
+ * name; nothing else in the library is visible.
+ */
+#ifndef ATCMDPROCESS_H
+#define ATCMDPROCESS_H
+
+#include <pthread.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <sys/types.h>
+
+#include <hardware/hardware.h>
+
+#define ATCMD_API __attribute__((visibility("default")))
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ------------------------------------------------------------------------ */
+/* Command record and queues                                                 */
+/* ------------------------------------------------------------------------ */
+
+/* Endpoints in AtCmder_t.source / .dest. */
+#define ATCMD_EP_MPHONE 1 /* the peer reached over the WiFi channel */
+#define ATCMD_EP_CLIENT 2 /* the local client of this module */
+#define ATCMD_EP_MCU 3    /* the accessory's MCU */
+
+/* Line kinds in AtCmder_t.type. */
+#define ATCMD_TYPE_ACTION 1
+#define ATCMD_TYPE_SET 2
+#define ATCMD_TYPE_QUERY 3
+#define ATCMD_TYPE_RESPONSE 4
+#define ATCMD_TYPE_UNSOLICITED 5
+
+/* Every text buffer a record's data points at on dequeue holds this much. */
+#define ATCMD_TEXT_MAX 160
+
+/* Queue results. */
+#define ATCMD_Q_OK 0
+#define ATCMD_Q_NULL 6
+#define ATCMD_Q_NOMEM 7
+#define ATCMD_Q_NONE 9
+
+/* One command or response in flight. Exactly 32 bytes on LP64. */
+typedef struct AtCmder {
+    uint8_t type;
+    uint8_t source;
+    uint8_t dest;
+    uint8_t flag;
+    uint8_t resendtimes;
+    uint8_t cmd_id;
+    uint16_t seq_num;
+    int64_t tv_sec;
+    int64_t tv_usec;
+    char *data; /* NUL-terminated frame text, owned by whoever filled the record */
+} AtCmder_t;
+
+/* A queue node owns a copy of the record and of its text. 208 bytes on LP64. */
+typedef struct atcmder_node {
+    AtCmder_t cmd; /* cmd.data points at text below */
+    char text[ATCMD_TEXT_MAX];
+    struct {
+        struct atcmder_node *tqe_next;
+        struct atcmder_node **tqe_prev;
+    } link;
+} atcmder_node_t;
+
+/* Tail queue head: an empty head has tqh_first NULL and tqh_last == &tqh_first. */
+typedef struct atcmder_queue {
+    atcmder_node_t *tqh_first;
+    atcmder_node_t **tqh_last;
+} atcmder_queue_t;
+
+ATCMD_API extern atcmder_queue_t Rx_head;
+ATCMD_API extern atcmder_queue_t Tx_head;
+ATCMD_API extern atcmder_queue_t Timeout_head;
+
+/* List locks. Nested order, where both are needed: timeout queue, then transmit. */
+ATCMD_API extern pthread_mutex_t g_rxqueue_mutex;
+ATCMD_API extern pthread_mutex_t g_txqueue_mutex;
+ATCMD_API extern pthread_mutex_t g_timeoutqueue_mutex;
+
+/* Wake-up conditions and the locks their consumers wait with. */
+ATCMD_API extern pthread_cond_t rxbuffer_notempty;
+ATCMD_API extern pthread_cond_t txbuffer_notempty;
+ATCMD_API extern pthread_cond_t timeoutbuffer_notempty;
+ATCMD_API extern pthread_mutex_t rxbuffer_Mutex;
+ATCMD_API extern pthread_mutex_t txbuffer_Mutex;
+ATCMD_API extern pthread_mutex_t timeoutbuffer_Mutex;
+
+ATCMD_API unsigned int atcmder_queue_init(atcmder_queue_t *head);
+ATCMD_API unsigned int atcmder_enqueue(atcmder_queue_t *head, pthread_mutex_t *lock,
+                                       const AtCmder_t *cmd);
+ATCMD_API unsigned int atcmder_dequeue(atcmder_queue_t *head, pthread_mutex_t *lock,
+                                       AtCmder_t *out);
+ATCMD_API int atcmder_empty_queue(atcmder_queue_t *head, pthread_mutex_t *lock);
+ATCMD_API unsigned int atcmder_queue_exit(atcmder_queue_t *head, pthread_mutex_t *lock);
+
+/* ------------------------------------------------------------------------ */
+/* Device object and client callback                                         */
+/* ------------------------------------------------------------------------ */
+
+#define ATCMDPROCESS_HARDWARE_MODULE_ID "atcmdprocess"
+
+typedef struct usbdev_sts {
+    int32_t usb_devinfo;   /* second value of the accessory's +USBSTATE; -1 unplugged */
+    int32_t usb_connected; /* 1 while the ACM link is plugged, 0 after removal */
+} usbdev_sts_t;
+
+typedef struct system_status {
+    int32_t platform;    /* 1: accessory on USB or WiFi; 2: on the UART or WiFi */
+    int32_t mode;        /* cast mode: 0 USB, 1 WiFi, -1 none */
+    int32_t wifi_status; /* 1 once a WiFi start was requested, 0 after tear-down */
+    int32_t state;       /* phone state reported to the MCU: 1 IDLE, 2 ACTIVE */
+    char ipaddr[16];     /* WiFi server address, dotted IPv4 */
+    usbdev_sts_t usbdev_sts;
+} system_status_t;
+
+/* Message handed to the client's callback. It and its payload live on the
+ * caller's stack: copy what you keep. */
+typedef struct AT_CMD_CbMsg {
+    uint16_t cmd_id;
+    uint16_t seq_num;
+    void *data;
+} AT_CMD_CbMsg_t;
+
+typedef void (*atcmd_notify_callback_t)(AT_CMD_CbMsg_t *msg);
+
+typedef struct atcmdprocess_device {
+    struct hw_device_t common; /* must stay first: the loader hands this out */
+    system_status_t system_status;
+    atcmd_notify_callback_t notify_callback;
+    int (*set_notify_callback)(struct atcmdprocess_device *dev, atcmd_notify_callback_t cb);
+    int (*cmd_from_hidl)(AtCmder_t *cmd);
+    int (*wifi_init)(const char *ipaddr);
+    int (*wifi_stchange)(int32_t state);
+    int (*hiddemon_stchange)(const char *status);
+    int (*amlogic_shake_hands)(void);
+    uint64_t reserved[4];
+} atcmdprocess_device_t;
+
+ATCMD_API extern struct hw_module_t HMI;
+ATCMD_API extern atcmdprocess_device_t *g_patcmd_dev;
+
+ATCMD_API int atcmdprocess_open(const struct hw_module_t *module, const char *name,
+                                struct hw_device_t **device);
+ATCMD_API int atcmdprocess_close(struct hw_device_t *device);
+ATCMD_API int set_notify_callback(atcmdprocess_device_t *dev, atcmd_notify_callback_t cb);
+ATCMD_API int cmd_from_hidl(AtCmder_t *cmd);
+ATCMD_API int atcmdprocess_wifi_init(const char *ipaddr);
+ATCMD_API int atcmdprocess_wifi_stchange(int32_t state);
+ATCMD_API int atcmdprocess_hiddemon_stchange(const char *status);
+ATCMD_API int atcmdprocess_amlogic_shake_hands(void);
+
+/* ------------------------------------------------------------------------ */
+/* Service threads and signals                                               */
+/* ------------------------------------------------------------------------ */
+
+/* Thread handles: 0 while the thread does not run. */
+ATCMD_API extern pthread_t g_Sigprocess_thread;
+ATCMD_API extern pthread_t g_uartRx_thread;
+ATCMD_API extern pthread_t g_VuartRx_thread;
+ATCMD_API extern pthread_t g_Tx_thread;
+ATCMD_API extern pthread_t g_dispatch_thread;
+ATCMD_API extern pthread_t g_timeout_thread;
+ATCMD_API extern pthread_t g_wifiRx_thread;
+ATCMD_API extern pthread_t g_wifiHBeat_thread;
+
+/* SIGALRM handler of the WiFi receive and heartbeat threads: ends the caller. */
+ATCMD_API void thread_exit_handler(int sig);
+
+/* ------------------------------------------------------------------------ */
+/* Logging                                                                   */
+/* ------------------------------------------------------------------------ */
+
+ATCMD_API extern int32_t log_level;
+ATCMD_API extern FILE *fd_logfile;
+ATCMD_API extern char buf_timestamp[32];
+ATCMD_API extern int64_t ts_base_sec;
+
+ATCMD_API void log_file_init(const char *dir, const char *name);
+ATCMD_API char *get_timestamp(void);
+ATCMD_API void dump_atcmd_data(const AtCmder_t *cmd);
+
+/* ------------------------------------------------------------------------ */
+/* Serial links                                                              */
+/* ------------------------------------------------------------------------ */
+
+ATCMD_API extern int g_uart_fd;
+ATCMD_API extern int g_vuart_fd;
+
+ATCMD_API int UART_init(int *fd);
+ATCMD_API int VUART_init(int *fd, int64_t acm);
+ATCMD_API int UART_setOpt(int fd, int baud, int bits, char parity, int stop);
+ATCMD_API int VUART_setOpt(int fd, int baud, int bits, char parity, int stop);
+ATCMD_API int UART_Recv(int fd, char *buf, int len, int timeout_ms);
+ATCMD_API int VUART_Recv(int fd, char *buf, int len, int timeout_ms);
+ATCMD_API int UART_Send(int fd, const char *data, int len);
+ATCMD_API int VUART_Send(int fd, const char *data, int len);
+
+ATCMD_API void *atcmder_uartRx_thread(void *arg);
+ATCMD_API void *atcmder_VuartRx_thread(void *arg);
+
+/* ------------------------------------------------------------------------ */
+/* WiFi channel and HID daemon                                               */
+/* ------------------------------------------------------------------------ */
+
+ATCMD_API extern int g_fifo_rx_fd;
+ATCMD_API extern int g_fifo_tx_fd;
+ATCMD_API extern int epfd_socket;
+ATCMD_API extern uint64_t g_wifiHBeat_num;
+
+ATCMD_API int Socket_Fifo_Init(void);
+ATCMD_API void stop_wifi_channel(void);
+ATCMD_API void *atcmder_wifiRx_thread(void *arg);
+ATCMD_API int wifi_Chan_ReInit(void);
+ATCMD_API void *atcmder_wifiHBeat_thread(void *arg);
+ATCMD_API int stop_hiddemon(void);
+ATCMD_API int Kill_hiddemon_byforce(void);
+
+/* ------------------------------------------------------------------------ */
+/* USB ACM hot-plug                                                          */
+/* ------------------------------------------------------------------------ */
+
+ATCMD_API extern int64_t g_dev_ACM;
+ATCMD_API extern char g_dev_ACM_name[64];
+ATCMD_API extern int fd_inotify_input;
+ATCMD_API extern int epfd_hid_devs;
+ATCMD_API extern pthread_t g_find_acmdev_thread;
+
+ATCMD_API int dev_hotplug_init(void);
+ATCMD_API int scan_acm_devices(void);
+ATCMD_API int inotify_input_event(void);
+ATCMD_API void *handler_acm_devs_epoll(void *arg);
+ATCMD_API int dev_event_process(void);
+ATCMD_API int64_t parse_dev_name(const char *name);
+ATCMD_API int kavren_plugged(void);
+ATCMD_API void notify_usbevent(void);
+
+/* ------------------------------------------------------------------------ */
+/* AT protocol                                                               */
+/* ------------------------------------------------------------------------ */
+
+#define ATCMD_NUM_CMDS 39
+
+typedef unsigned int (*atcmd_parser_t)(AtCmder_t *cmd);
+
+typedef struct at_cmd {
+    const char *name;      /* as on the wire, always starting with '+' */
+    atcmd_parser_t parser; /* NULL for rows that have none */
+} at_cmd_t;
+
+ATCMD_API extern const at_cmd_t AT_CMDS[ATCMD_NUM_CMDS];
+
+ATCMD_API int findAtCmdIdx(const char *text, uint8_t *idx);
+ATCMD_API int findResCmdIdx(const char *name, uint8_t *idx);
+ATCMD_API int cmd_Parse_from_buffer(AtCmder_t *cmd, const char *buffer);
+
+/* Field extraction; each takes the whole received line. */
+ATCMD_API unsigned int getvalue_fromCmdString(const char *line, int64_t *value);
+ATCMD_API unsigned int getstr_fromCmdString(const char *line, char *out, size_t out_size);
+ATCMD_API unsigned int getstate_fromCmdString(const char *line, int32_t *state);
+ATCMD_API unsigned int getBatinfo_fromCmdString(const char *line, int32_t out[6]);
+ATCMD_API unsigned int getTmpinfo_fromCmdString(const char *line, int32_t out[2]);
+ATCMD_API unsigned int getUsbDevinfo_fromCmdString(const char *line, int32_t out[2]);
+ATCMD_API unsigned int getHALLinfo_fromCmdString(const char *line, int32_t out[3]);
+ATCMD_API unsigned int getACCinfo_fromCmdString(const char *line, int32_t out[3]);
+ATCMD_API unsigned int getVerInfo_fromCmdString(const char *line, char block[256]);
+
+/* Transmit path: result codes of atcmder_Tx_process. */
+#define ATCMD_TX_VUART_CLOSED 5
+#define ATCMD_TX_FIFO_WRITE_FAILED 14
+#define ATCMD_TX_UART_CLOSED 15
+#define ATCMD_TX_FIFO_CLOSED 16
+
+ATCMD_API void *atcmder_Tx_thread(void *arg);
+ATCMD_API int atcmder_Tx_process(AtCmder_t *cmd);
+
+ATCMD_API void atcmder_post_parse_process(AtCmder_t *cmd);
+ATCMD_API void *atcmder_dispatch_thread(void *arg);
+ATCMD_API int atcmder_dispatch(AtCmder_t *cmd);
+
+ATCMD_API extern uint64_t g_timeout;
+ATCMD_API void Init_TimeoutPara(void);
+ATCMD_API void *atcmder_Timeout_thread(void *arg);
+ATCMD_API int rmTimeoutItem(AtCmder_t *reply);
+ATCMD_API void notifytimeout(AtCmder_t *cmd);
+ATCMD_API void notifyUartNotWork(void);
+
+/* ------------------------------------------------------------------------ */
+/* Reports to the accessory                                                  */
+/* ------------------------------------------------------------------------ */
+
+ATCMD_API void notify_wifi_state(int64_t state);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* ATCMDPROCESS_H */

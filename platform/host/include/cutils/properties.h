@@ -1,0 +1,24 @@
+/*
+ * Host stand-in for Android's <cutils/properties.h>. The library provides the
+ * two functions itself on a host (an in-process store with Android's rules),
+ * so that a client or test in the same process shares the module's properties.
+ */
+#ifndef ATCMD_HOST_CUTILS_PROPERTIES_H
+#define ATCMD_HOST_CUTILS_PROPERTIES_H
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#define PROPERTY_KEY_MAX 32
+#define PROPERTY_VALUE_MAX 92
+
+__attribute__((visibility("default"))) int property_get(const char *key, char *value,
+                                                        const char *default_value);
+__attribute__((visibility("default"))) int property_set(const char *key, const char *value);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,27 @@
+#!/usr/bin/env bash
+# Checks that the module exports exactly the names its public header declares
+# with ATCMD_API (plus the host property store and HMI), and nothing else.
+# usage: check_exports.sh MODULE.so PUBLIC_HEADER
+set -euo pipefail
+so=$1
+header=$2
+expected=$(mktemp)
+actual=$(mktemp)
+trap 'rm -f "$expected" "$actual"' EXIT
+
+{
+  grep -v '^#define' "$header" |
+    perl -ne 'print "$1\n" if /\bATCMD_API\b[^(\[;]*?\b([A-Za-z_]\w*)\s*[(\[;]/'
+  printf '%s\n' property_get property_set
+} | sort -u >"$expected"
+
+# Linker- and sanitizer-made symbols are not part of the module's ABI.
+nm -D --defined-only "$so" | awk '{print $3}' |
+  grep -v -E '^(_init|_fini|_edata|_end|__bss_start|__odr_asan.*|___asan.*|__asan.*|__ubsan.*|__sancov.*)$' |
+  sort -u >"$actual"
+
+if ! diff -u "$expected" "$actual"; then
+  echo "exported symbols differ from the public header (- missing, + unexpected)" >&2
+  exit 1
+fi
+echo "$(wc -l <"$expected") exported names match the public header"

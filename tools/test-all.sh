@@ -1,0 +1,53 @@
+#!/usr/bin/env bash
+# The project's one test command: installs what is missing (Debian 12, as
+# root), then
+#   1. checks Android.bp's syntax with bpfmt,
+#   2. builds with g++ and runs the suite,
+#   3. builds with clang, AddressSanitizer and UndefinedBehaviorSanitizer,
+#      runs the suite again (first report halts it) and each fuzz target for
+#      a bounded time.
+# Warnings are errors in every build.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+FUZZ_SECONDS=${FUZZ_SECONDS:-30}
+JOBS=${JOBS:-$(nproc)}
+
+packages=(cmake ninja-build g++ clang libclang-rt-14-dev libgtest-dev libgmock-dev
+          libbenchmark-dev android-liblog-dev blueprint-tools binutils perl)
+missing=()
+for p in "${packages[@]}"; do
+  dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
+done
+if [ ${#missing[@]} -gt 0 ]; then
+  echo "== installing: ${missing[*]}"
+  apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi
+
+echo "== Android.bp syntax"
+bpfmt -o Android.bp >/dev/null
+
+echo "== g++ build and tests"
+cmake -S . -B build/gcc -G Ninja -DCMAKE_CXX_COMPILER=g++ >/dev/null
+cmake --build build/gcc -j "$JOBS"
+ctest --test-dir build/gcc -j "$JOBS" --output-on-failure --no-tests=error
+
+echo "== clang + ASan/UBSan build, tests and fuzzing"
+cmake -S . -B build/clang-san -G Ninja -DCMAKE_CXX_COMPILER=clang++ \
+  -DATCMD_SANITIZE=ON -DATCMD_FUZZ=ON >/dev/null
+cmake --build build/clang-san -j "$JOBS"
+export ASAN_OPTIONS=halt_on_error=1:detect_leaks=1:strict_string_checks=1
+export UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1
+ctest --test-dir build/clang-san -j "$JOBS" --output-on-failure --no-tests=error
+
+shopt -s nullglob
+for target in build/clang-san/*_fuzzer; do
+  name=$(basename "$target")
+  corpus=$(mktemp -d)
+  cp fuzz/corpus/"${name%_fuzzer}"/* "$corpus"/ 2>/dev/null || true
+  echo "== fuzzing $name for ${FUZZ_SECONDS}s"
+  "$target" -max_total_time="$FUZZ_SECONDS" -print_final_stats=1 "$corpus" 2>&1 | tail -n 12
+  rm -rf "$corpus"
+done
+echo "== all checks passed"
