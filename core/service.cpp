@@ -2,12 +2,14 @@
 // live with the subsystem they serve; their handles live here so every part
 // of the module can signal or join them.
 #define LOG_TAG "ATCMD_MANAGE"
+#include <errno.h>
 #include <pthread.h>
 #include <signal.h>
 #include <unistd.h>
 
 #include "atcmdprocess.h"
 #include "core/log.h"
+#include "core/service.h"
 
 pthread_t g_Sigprocess_thread;
 pthread_t g_uartRx_thread;
@@ -24,3 +26,15 @@ void thread_exit_handler(int sig) {
     ATLOGI(2, "receive signal is %d", sig);
     pthread_exit(nullptr);
 }
+
+namespace atcmd {
+
+int signal_thread(pthread_t thread, int sig) {
+    if (thread == 0) {
+        ATLOGE(0, "signal %d not sent: thread is not running", sig);
+        return ESRCH;
+    }
+    return pthread_kill(thread, sig);
+}
+
+}  // namespace atcmd
