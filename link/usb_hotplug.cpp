@@ -1,0 +1,232 @@
+// Watches /dev for the accessory's USB ACM node coming and going. The watcher
+// thread ("devEpoll_process") only records the node's name and number in
+// g_dev_ACM_name / g_dev_ACM and signals the signal thread: SIGUSR1 for a new
+// node, SIGUSR2 for a removed one. That thread checks the node's identity
+// (kavren_plugged), opens the virtual UART and starts or ends its receive
+// thread. There is no lock: the signal carries the event, the globals its
+// subject, and a second quick event may overwrite the name first.
+#define LOG_TAG "ATCMD_HOTPLUG"
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <linux/input.h>
+#include <pthread.h>
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/epoll.h>
+#include <sys/inotify.h>
+#include <sys/ioctl.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include "atcmdprocess.h"
+#include "core/log.h"
+#include "core/service.h"
+#include "hal/notify.h"
+#include "platform/sysroot.h"
+
+int64_t g_dev_ACM = -1;
+char g_dev_ACM_name[64];
+int fd_inotify_input = -1;
+int epfd_hid_devs = -1;
+pthread_t g_find_acmdev_thread;
+
+namespace {
+
+constexpr char kAcmPrefix[] = "ttyACM";
+constexpr char kManageTag[] = "ATCMD_MANAGE";
+constexpr int kMaxEpollEvents = 20;
+constexpr size_t kEventBufferSize = 4096;
+constexpr uint16_t kUsbStateCmdId = 16;  // "+USBSTATE" row of the command table
+
+// The accessory's USB vendor and product ids, lower-case hex, as the kernel
+// writes them on the PRODUCT line of a node's uevent.
+constexpr char kVendorId[] = "6f2a";
+constexpr char kProductId[] = "4c07";
+
+void tell_signal_thread(int sig) { atcmd::signal_thread(g_Sigprocess_thread, sig); }
+
+void node_created(const char *name, bool is_dir) {
+    if (is_dir) {
+        ATLOGI(4, "New directory %s created.", name);
+        return;
+    }
+    int64_t n = parse_dev_name(name);
+    if (n == -1) return;
+    ATLOGI(4, "New file %s created, dev_ACM is %ld.", name, static_cast<long>(n));
+    g_dev_ACM = n;
+    tell_signal_thread(SIGUSR1);
+}
+
+// g_dev_ACM keeps the removed node's number.
+void node_deleted(const char *name, bool is_dir) {
+    if (is_dir) {
+        ATLOGI(4, "Directory %s deleted.", name);
+        return;
+    }
+    ATLOGI(4, "File %s deleted.", name);
+    if (parse_dev_name(name) == -1) return;
+    tell_signal_thread(SIGUSR2);
+    ATLOGI(4, "event->name %s unplugged, vuart thread has been killed, g_vuart_fd is %d", name,
+           g_vuart_fd);
+}
+
+}  // namespace
+
+int64_t parse_dev_name(const char *name) {
+    const char *at = name != nullptr ? strstr(name, kAcmPrefix) : nullptr;
+    if (at == nullptr) return -1;
+    snprintf(g_dev_ACM_name, sizeof g_dev_ACM_name, "%s", name);
+    return strtol(at + strlen(kAcmPrefix), nullptr, 10);
+}
+
+// Every ACM node present is announced, so with several the last one read
+// from the directory is the one g_dev_ACM and g_dev_ACM_name name.
+int scan_acm_devices(void) {
+    ATLOGI(3, "scan_acm_devices begin!");
+    DIR *dir = opendir(atcmd::SysPath("/dev").c_str());
+    if (dir == nullptr) {
+        ATLOGE(0, "Could not open directory\n");
+        return 0;
+    }
+    int found = 0;
+    while (const dirent *entry = readdir(dir)) {
+        int64_t n = parse_dev_name(entry->d_name);
+        if (n == -1) continue;
+        ATLOGI(4, "ttyACM %ld is found", static_cast<long>(n));
+        g_dev_ACM = n;
+        tell_signal_thread(SIGUSR1);
+        found = 1;
+    }
+    closedir(dir);
+    return found;
+}
+
+int inotify_input_event(void) {
+    int fd = inotify_init1(IN_CLOEXEC);
+    if (fd < 0) {
+        int err = errno;
+        ATLOGE(0, "inotify_init, errno:%d, errstr:%s\n", err, strerror(err));
+        return -1;
+    }
+    if (inotify_add_watch(fd, atcmd::SysPath("/dev").c_str(), IN_CREATE | IN_DELETE) < 0) {
+        int err = errno;
+        ATLOGE(0, "inotify_add_watch, errno:%d, errstr:%s\n", err, strerror(err));
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+int dev_hotplug_init(void) {
+    scan_acm_devices();
+
+    epfd_hid_devs = epoll_create1(EPOLL_CLOEXEC);
+    if (epfd_hid_devs < 0) {
+        int err = errno;
+        ATLOGE(0, "Create epoll instance, errno:%d, errstr:%s\n", err, strerror(err));
+        return -6;
+    }
+    fd_inotify_input = inotify_input_event();
+    if (fd_inotify_input < 0) {
+        ATLOGE(0, "inotify_input_event\n");
+        close(epfd_hid_devs);
+        epfd_hid_devs = -1;
+        return -22;
+    }
+    // A grab means nothing to an inotify descriptor and fails with ENOTTY;
+    // the call is harmless and has always been issued here.
+    ioctl(fd_inotify_input, EVIOCGRAB, 0);
+
+    epoll_event ev;
+    memset(&ev, 0, sizeof ev);
+    ev.events = EPOLLIN | EPOLLET;
+    ev.data.fd = fd_inotify_input;
+    if (epoll_ctl(epfd_hid_devs, EPOLL_CTL_ADD, fd_inotify_input, &ev) < 0) {
+        int err = errno;
+        ATLOGE(0, "Set epoll_ctl, errno:%d, errstr:%s\n", err, strerror(err));
+    }
+
+    if (pthread_create(&g_find_acmdev_thread, nullptr, handler_acm_devs_epoll, nullptr) != 0) {
+        ATLOGE(0, "pthread_create error\n");
+        return -4;
+    }
+    return 0;
+}
+
+// The watcher thread; it runs for the life of the process.
+void *handler_acm_devs_epoll(void *) {
+    prctl(PR_SET_NAME, "devEpoll_process");
+    ATLOGI(3, "handler_acm_devs_epoll thread is running");
+    epoll_event events[kMaxEpollEvents];
+    for (;;) {
+        int n = epoll_wait(epfd_hid_devs, events, kMaxEpollEvents, -1);
+        for (int i = 0; i < n; ++i)
+            if (events[i].data.fd == fd_inotify_input) dev_event_process();
+    }
+    return nullptr;
+}
+
+// Runs on the watcher thread: one read, then every whole record in it.
+int dev_event_process(void) {
+    alignas(inotify_event) char buf[kEventBufferSize];
+    ssize_t n = read(fd_inotify_input, buf, sizeof buf);
+    if (n < 0) {
+        int err = errno;
+        ATLOGE(0, "read, errno:%d, errstr:%s", err, strerror(err));
+        return -1;
+    }
+    size_t end = static_cast<size_t>(n);
+    for (size_t off = 0; off + sizeof(inotify_event) <= end;) {
+        const auto *ev = reinterpret_cast<const inotify_event *>(buf + off);
+        off += sizeof(inotify_event) + ev->len;
+        if (off > end) break;
+        if (ev->len == 0 || ev->name[0] == '\0') continue;
+        bool is_dir = (ev->mask & IN_ISDIR) != 0;
+        if (ev->mask & IN_CREATE)
+            node_created(ev->name, is_dir);
+        else if (ev->mask & IN_DELETE)
+            node_deleted(ev->name, is_dir);
+    }
+    return 0;
+}
+
+// Runs on the signal thread for every SIGUSR1: a node whose name merely
+// contains "ttyACM" is the accessory only if its uevent names our USB ids.
+int kavren_plugged(void) {
+    char path[128];
+    snprintf(path, sizeof path, "/sys/class/tty/%s/device/uevent", g_dev_ACM_name);
+    ATLOG(4, ANDROID_LOG_INFO, kManageTag, "ttyACM node name:%s", path);
+    int fd = open(atcmd::SysPath(path).c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        ATLOG(0, ANDROID_LOG_ERROR, kManageTag, "open node fail.");
+        return 0;
+    }
+    char text[1024];
+    ssize_t n = read(fd, text, sizeof text - 1);
+    text[n > 0 ? n : 0] = '\0';
+    ATLOG(4, ANDROID_LOG_INFO, kManageTag, "buf_read %s", text);
+    close(fd);
+
+    char match[32];
+    snprintf(match, sizeof match, "PRODUCT=%s/%s", kVendorId, kProductId);
+    ATLOG(4, ANDROID_LOG_INFO, kManageTag, "buf_match %s", match);
+    return strstr(text, match) != nullptr ? 1 : 0;
+}
+
+// The client receives the plugged flag first, then the accessory's device
+// value: the reverse of the order they are stored in.
+void notify_usbevent(void) {
+    atcmdprocess_device_t *dev = g_patcmd_dev;
+    if (dev == nullptr) {
+        ATLOGE(0, "no device, usb event not sent");
+        return;
+    }
+    int32_t evt[2] = {dev->system_status.usbdev_sts.usb_connected,
+                      dev->system_status.usbdev_sts.usb_devinfo};
+    ATLOGI(4, "Notify usb evt %d %d", evt[0], evt[1]);
+    AT_CMD_CbMsg_t msg = {kUsbStateCmdId, 0, evt};
+    atcmd::notify_client(&msg);
+}

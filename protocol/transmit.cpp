@@ -1,0 +1,161 @@
+// The transmit thread: the only writer on every link. It drains Tx_head, puts
+// each command that expects a reply on the timeout queue before sending it,
+// and writes the text to the one link that the device's platform and cast
+// mode and the record's dest select.
+#define LOG_TAG "ATCMD_MANAGE"
+#include "protocol/transmit.h"
+
+#include <string.h>
+#include <sys/prctl.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include "core/lock_guard.h"
+#include "core/log.h"
+
+namespace atcmd {
+namespace {
+
+// Only rows 0 ("+REBOOT") to 18 ("+WIFICON") of the command table are ever
+// waited for; later rows are reports, answered or not.
+constexpr uint8_t kFirstUnwatchedCmd = 19;
+constexpr uint8_t kDestWifiPeer = ATCMD_EP_MPHONE;
+
+struct LinkState {
+    bool has_device;
+    int32_t platform;  // 1: virtual UART or WiFi; 2: UART or WiFi
+    int32_t mode;      // 1: casting over WiFi
+};
+
+// Plain unlocked reads, as everywhere: the signal thread and the client
+// write these fields.
+LinkState current_links() {
+    atcmdprocess_device_t *dev = g_patcmd_dev;
+    if (dev == nullptr) {
+        ATLOGE(0, "no device, no link to send on");
+        return {false, 0, -1};
+    }
+    return {true, dev->system_status.platform, dev->system_status.mode};
+}
+
+// Called on the transmit thread before the send; the timeout thread measures
+// the reply's delay from this stamp.
+void watch_for_reply(const AtCmder_t &cmd) {
+    AtCmder_t copy = cmd;
+    timeval now;
+    gettimeofday(&now, nullptr);
+    copy.tv_sec = now.tv_sec;
+    copy.tv_usec = now.tv_usec;
+    atcmder_enqueue(&Timeout_head, &g_timeoutqueue_mutex, &copy);
+    pthread_cond_signal(&timeoutbuffer_notempty);
+    ATLOGI(4, "Timeout buf enqueued cmd %s", cmd.data);
+}
+
+// Sleeps until the queue holds something. Producers signal without taking
+// txbuffer_Mutex, so a wake-up that falls between the test and the wait is
+// lost until the next one; that is accepted.
+void wait_for_records() {
+    MutexGuard guard(&txbuffer_Mutex);
+    while (atcmder_empty_queue(&Tx_head, &g_txqueue_mutex))
+        pthread_cond_wait(&txbuffer_notempty, &txbuffer_Mutex);
+}
+
+int send_vuart(const char *text, size_t len) {
+    if (g_vuart_fd < 0) {
+        ATLOGE(0, "Vuart is not open");
+        return ATCMD_TX_VUART_CLOSED;
+    }
+    VUART_Send(g_vuart_fd, text, static_cast<int>(len));
+    ATLOGI(4, "Vuart successfully send cmd len is %zu, data is %s", len, text);
+    return 0;
+}
+
+int send_uart(const char *text, size_t len) {
+    if (g_uart_fd < 0) {
+        ATLOGE(0, "uart is not open");
+        return ATCMD_TX_UART_CLOSED;
+    }
+    UART_Send(g_uart_fd, text, static_cast<int>(len));
+    ATLOGI(4, "uart successfully send cmd data len %zu, data is %s", len, text);
+    return 0;
+}
+
+// Casting over WiFi on platform 1. The success line is logged before the
+// write's result is known; that is how this path has always reported.
+int send_fifo_cast(const char *text, size_t len) {
+    if (g_fifo_tx_fd < 0) {
+        ATLOGE(0, "wifi fifo is not opened!");
+        return ATCMD_TX_FIFO_CLOSED;
+    }
+    ssize_t n = write(g_fifo_tx_fd, text, len);
+    ATLOGI(4, "wifi fifotx successfully send data %s", text);
+    if (n < 0) {
+        ATLOGE(0, "atcmder_Tx_process fifotx fail to send data %s", text);
+        return ATCMD_TX_FIFO_WRITE_FAILED;
+    }
+    return 0;
+}
+
+// Relaying to the WiFi peer on platform 2.
+int send_fifo_relay(const char *text, size_t len) {
+    if (g_fifo_tx_fd < 0) {
+        ATLOGE(0, "wifi fifo is not opened!");
+        return ATCMD_TX_FIFO_CLOSED;
+    }
+    if (write(g_fifo_tx_fd, text, len) < 0) {
+        ATLOGE(0, "wifi fifotx fails to write data %s", text);
+        return ATCMD_TX_FIFO_WRITE_FAILED;
+    }
+    ATLOGI(4, "wifi fifotx successfully send data %s", text);
+    return 0;
+}
+
+}  // namespace
+
+bool awaits_reply(const AtCmder_t &cmd, int32_t platform) {
+    bool is_command = cmd.type >= ATCMD_TYPE_ACTION && cmd.type <= ATCMD_TYPE_QUERY;
+    return is_command && cmd.seq_num != 0 && cmd.flag == platform &&
+           cmd.cmd_id < kFirstUnwatchedCmd;
+}
+
+}  // namespace atcmd
+
+using namespace atcmd;
+
+void *atcmder_Tx_thread(void *) {
+    prctl(PR_SET_NAME, "Tx_thread");
+    ATLOGI(3, "atcmder_Tx_thread thread is running");
+    for (;;) {
+        wait_for_records();
+        while (!atcmder_empty_queue(&Tx_head, &g_txqueue_mutex)) {
+            char text[ATCMD_TEXT_MAX] = {};
+            AtCmder_t cmd;
+            memset(&cmd, 0, sizeof cmd);
+            cmd.data = text;
+            if (atcmder_dequeue(&Tx_head, &g_txqueue_mutex, &cmd) != ATCMD_Q_OK) continue;
+
+            LinkState links = current_links();
+            if (links.has_device && awaits_reply(cmd, links.platform)) watch_for_reply(cmd);
+            if (atcmder_Tx_process(&cmd) == 0)
+                ATLOGI(3, "atcmder_Tx_thread send cmd success,dest is %u, mode is %d, cmd is %s",
+                       cmd.dest, links.mode, text);
+        }
+    }
+    return nullptr;
+}
+
+// Runs on the transmit thread; the result is only logged, a failed send is
+// not queued again here (the timeout queue resends what awaits a reply).
+int atcmder_Tx_process(AtCmder_t *cmd) {
+    if (cmd == nullptr || cmd->data == nullptr) return ATCMD_Q_NULL;
+    LinkState links = current_links();
+    const char *text = cmd->data;
+    size_t len = strlen(text);
+
+    if (links.platform == 1)
+        return links.mode == 1 ? send_fifo_cast(text, len) : send_vuart(text, len);
+    if (links.platform == 2)
+        return cmd->dest == kDestWifiPeer && links.mode == 1 ? send_fifo_relay(text, len)
+                                                             : send_uart(text, len);
+    return 0;  // no link on any other platform
+}
