@@ -38,19 +38,25 @@ void end_thread(pthread_t *thread) {
 // been tested this way.
 bool channel_open() { return g_fifo_rx_fd >= 1; }
 
-}  // namespace
+void close_fifos() {
+    close(g_fifo_rx_fd);
+    close(g_fifo_tx_fd);
+    g_fifo_rx_fd = -1;
+    g_fifo_tx_fd = -1;
+}
 
-int Socket_Fifo_Init(void) {
-    if (channel_open()) {
-        close(g_fifo_rx_fd);
-        close(g_fifo_tx_fd);
-        g_fifo_rx_fd = -1;
-        g_fifo_tx_fd = -1;
-    }
+void close_epoll() {
     if (epfd_socket >= 1) {
         close(epfd_socket);
         epfd_socket = 0;
     }
+}
+
+}  // namespace
+
+int Socket_Fifo_Init(void) {
+    if (channel_open()) close_fifos();
+    close_epoll();
 
     // O_RDWR: neither open waits for the daemon to open the other end.
     g_fifo_rx_fd = open(SysPath(kFifoRx).c_str(), O_RDWR | O_CLOEXEC);
@@ -86,14 +92,8 @@ void stop_wifi_channel(void) {
                epfd_socket, g_fifo_rx_fd, errno, strerror(errno));
     }
     end_thread(&g_wifiRx_thread);
-    close(g_fifo_rx_fd);
-    close(g_fifo_tx_fd);
-    g_fifo_rx_fd = -1;
-    g_fifo_tx_fd = -1;
-    if (epfd_socket >= 1) {
-        close(epfd_socket);
-        epfd_socket = 0;
-    }
+    close_fifos();
+    close_epoll();
     ATLOGI(3, "wifi channel has been closed and wifiRx_thread has been killed!");
 }
 

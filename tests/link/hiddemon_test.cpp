@@ -9,6 +9,7 @@
 #include "fixtures/callback_sink.h"
 #include "fixtures/device.h"
 #include "fixtures/hid_daemon.h"
+#include "fixtures/props.h"
 #include "fixtures/signal_catcher.h"
 #include "fixtures/sysroot.h"
 #include "fixtures/wait_until.h"
@@ -16,12 +17,7 @@
 namespace {
 
 using atcmd_test::CallbackSink;
-
-std::string prop(const char *key) {
-    char v[PROPERTY_VALUE_MAX];
-    property_get(key, v, "");
-    return v;
-}
+using atcmd_test::prop;
 
 struct Hiddemon : ::testing::Test {
     atcmd_test::TempSysroot root;

@@ -10,18 +10,14 @@
 #include "fixtures/callback_sink.h"
 #include "fixtures/device.h"
 #include "fixtures/hid_daemon.h"
+#include "fixtures/props.h"
 #include "fixtures/sysroot.h"
 
 namespace {
 
 using atcmd_test::CallbackSink;
+using atcmd_test::prop;
 using atcmd_test::FakeHidDaemon;
-
-std::string prop(const char *key) {
-    char v[PROPERTY_VALUE_MAX];
-    property_get(key, v, "");
-    return v;
-}
 
 int open_fds() {
     int n = 0;
