@@ -175,6 +175,11 @@ ATCMD_API extern pthread_t g_wifiHBeat_thread;
 /* SIGALRM handler of the WiFi receive and heartbeat threads: ends the caller. */
 ATCMD_API void thread_exit_handler(int sig);
 
+/* Shut-down, called by the device's close: closes the links, empties the
+ * queues and sends SIGKILL to the service threads, which ends the hosting
+ * process whenever one of them runs. */
+ATCMD_API int atcmder_hal_close(void);
+
 /* ------------------------------------------------------------------------ */
 /* Logging                                                                   */
 /* ------------------------------------------------------------------------ */

@@ -12,6 +12,7 @@
 
 #include "core/lock_guard.h"
 #include "core/log.h"
+#include "protocol/device_status.h"
 
 namespace atcmd {
 namespace {
@@ -21,21 +22,13 @@ namespace {
 constexpr uint8_t kFirstUnwatchedCmd = 19;
 constexpr uint8_t kDestWifiPeer = ATCMD_EP_MPHONE;
 
-struct LinkState {
-    bool has_device;
-    int32_t platform;  // 1: virtual UART or WiFi; 2: UART or WiFi
-    int32_t mode;      // 1: casting over WiFi
-};
-
-// Plain unlocked reads, as everywhere: the signal thread and the client
-// write these fields.
-LinkState current_links() {
-    atcmdprocess_device_t *dev = g_patcmd_dev;
-    if (dev == nullptr) {
-        ATLOGE(0, "no device, no link to send on");
-        return {false, 0, -1};
-    }
-    return {true, dev->system_status.platform, dev->system_status.mode};
+// No device installed (before open, or in a process that drives the
+// protocol alone) means no link to choose: platform 0 selects none.
+bool current_links(LinkStatus *links) {
+    *links = {0, -1};
+    if (read_link_status(links)) return true;
+    ATLOGE(0, "no device, no link to send on");
+    return false;
 }
 
 // Called on the transmit thread before the send; the timeout thread measures
@@ -134,8 +127,8 @@ void *atcmder_Tx_thread(void *) {
             cmd.data = text;
             if (atcmder_dequeue(&Tx_head, &g_txqueue_mutex, &cmd) != ATCMD_Q_OK) continue;
 
-            LinkState links = current_links();
-            if (links.has_device && awaits_reply(cmd, links.platform)) watch_for_reply(cmd);
+            LinkStatus links;
+            if (current_links(&links) && awaits_reply(cmd, links.platform)) watch_for_reply(cmd);
             if (atcmder_Tx_process(&cmd) == 0)
                 ATLOGI(3, "atcmder_Tx_thread send cmd success,dest is %u, mode is %d, cmd is %s",
                        cmd.dest, links.mode, text);
@@ -148,7 +141,8 @@ void *atcmder_Tx_thread(void *) {
 // not queued again here (the timeout queue resends what awaits a reply).
 int atcmder_Tx_process(AtCmder_t *cmd) {
     if (cmd == nullptr || cmd->data == nullptr) return ATCMD_Q_NULL;
-    LinkState links = current_links();
+    LinkStatus links;
+    current_links(&links);
     const char *text = cmd->data;
     size_t len = strlen(text);
 

@@ -1,0 +1,58 @@
+// The module record the platform's loader looks up by the symbol "HMI", and
+// the open/close pair that hands out and takes back the one device object.
+#define LOG_TAG "AtCmdProcessHal"
+#include <errno.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "core/log.h"
+#include "hal/device_ops.h"
+
+namespace {
+
+hw_module_methods_t g_module_methods = {atcmdprocess_open};
+
+}  // namespace
+
+// Writable on purpose: the loader stores its dlopen handle in dso.
+hw_module_t HMI = {
+    HARDWARE_MODULE_TAG,
+    HARDWARE_MAKE_API_VERSION(1, 0),  // module_api_version
+    HARDWARE_HAL_API_VERSION,
+    ATCMDPROCESS_HARDWARE_MODULE_ID,
+    "At cmd process HAL",
+    "Quenmarod",
+    &g_module_methods,
+    nullptr,  // dso
+    {},
+};
+
+int atcmdprocess_open(const struct hw_module_t *module, const char *name,
+                      struct hw_device_t **device) {
+    (void)name;  // there is only one kind of device
+    ATLOGI(3, "atcmdprocess_open");
+    log_file_init("/sdcard/tavrinola/.log", "atcmdprocess");
+
+    if (device == nullptr) {
+        ATLOGE(0, "NO device on open");
+        return -EINVAL;
+    }
+    auto *dev = static_cast<atcmdprocess_device_t *>(calloc(1, sizeof(atcmdprocess_device_t)));
+    if (dev == nullptr) {
+        ATLOGE(0, "out of memory");
+        return -EINVAL;
+    }
+    atcmd::init_device(dev, module);
+    *device = &dev->common;
+    g_patcmd_dev = dev;
+    return 0;
+}
+
+int atcmdprocess_close(struct hw_device_t *device) {
+    atcmder_hal_close();
+    if (device == nullptr) return -1;
+    // g_patcmd_dev keeps pointing here: when service threads run, the close
+    // above has already ended the process.
+    free(device);
+    return 0;
+}

@@ -1,0 +1,134 @@
+#include <cutils/properties.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <string>
+
+#include "atcmdprocess.h"
+#include "fixtures/callback_sink.h"
+#include "fixtures/device.h"
+#include "fixtures/hid_daemon.h"
+#include "fixtures/props.h"
+#include "fixtures/sysroot.h"
+
+namespace {
+
+using atcmd_test::CallbackSink;
+using atcmd_test::prop;
+using atcmd_test::FakeHidDaemon;
+
+int open_fds() {
+    int n = 0;
+    for (int fd = 0; fd < 1024; ++fd) n += fcntl(fd, F_GETFD) != -1;
+    return n;
+}
+
+struct WifiControl : ::testing::Test {
+    atcmd_test::TempSysroot root;
+    atcmd_test::TestDevice dev;
+    system_status_t &st = dev.status();
+};
+
+TEST_F(WifiControl, InitStartsTheDaemonInThePlatformsRole) {
+    FakeHidDaemon daemon(root, "exit");
+    st.platform = 2;
+    ASSERT_EQ(0, atcmdprocess_wifi_init("192.168.1.7"));
+    EXPECT_EQ(1, daemon.exit_requests()) << "a new server address restarts the daemon";
+    EXPECT_EQ("start_client", prop("vendor.hid_cmd"));
+    EXPECT_EQ("192.168.1.7", prop("vendor.hid_sts"));
+    EXPECT_STREQ("192.168.1.7", st.ipaddr);
+    EXPECT_EQ(1, st.wifi_status);
+
+    ASSERT_EQ(0, atcmdprocess_wifi_init("192.168.1.7"));
+    EXPECT_EQ(1, daemon.exit_requests()) << "the same address does not";
+
+    EXPECT_EQ(-EINVAL, atcmdprocess_wifi_init("192.168.100.200x"));
+    EXPECT_STREQ("192.168.1.7", st.ipaddr) << "an address that does not fit is refused";
+
+    st.platform = 1;
+    st.wifi_status = 0;
+    ASSERT_EQ(0, atcmdprocess_wifi_init("10.0.0.1"));
+    EXPECT_EQ("start_server", prop("vendor.hid_cmd"));
+    EXPECT_EQ(1, st.wifi_status);
+
+    st.platform = 3;
+    st.wifi_status = 0;
+    property_set("vendor.hid_cmd", "untouched");
+    ASSERT_EQ(0, atcmdprocess_wifi_init("10.0.0.1"));
+    EXPECT_EQ("untouched", prop("vendor.hid_cmd"));
+    EXPECT_EQ(1, st.wifi_status);
+}
+
+TEST_F(WifiControl, StopAsksPolitelyAndForcesWhenTheDaemonDoesNotAnswerExactly) {
+    {
+        FakeHidDaemon daemon(root, "exit");
+        property_set("vendor.hid_cmd", "start_server");
+        stop_hiddemon();
+        EXPECT_EQ(1, daemon.exit_requests());
+        EXPECT_EQ("start_server", prop("vendor.hid_cmd")) << "an orderly exit needs no force";
+    }
+    {
+        FakeHidDaemon daemon(root, "exited");
+        st.platform = 2;
+        stop_hiddemon();
+        EXPECT_EQ(1, daemon.exit_requests());
+        EXPECT_EQ("stop_client", prop("vendor.hid_cmd"));
+    }
+    unlink(root.path("/dev/fifo_cmd").c_str());
+    st.platform = 1;
+    stop_hiddemon();
+    EXPECT_EQ("stop_server", prop("vendor.hid_cmd")) << "no command FIFO: forced at once";
+    st.platform = 7;
+    property_set("vendor.hid_cmd", "x");
+    EXPECT_EQ(0, Kill_hiddemon_byforce());
+    EXPECT_EQ("stop_server", prop("vendor.hid_cmd"));
+}
+
+TEST_F(WifiControl, ChannelOpensOverTheDaemonsFifosAndClosesWithoutLeaks) {
+    EXPECT_EQ(10, Socket_Fifo_Init()) << "the FIFOs are the daemon's to create";
+    FakeHidDaemon daemon(root, "exit");
+    int before = open_fds();
+    ASSERT_EQ(0, Socket_Fifo_Init());
+    EXPECT_GE(g_fifo_rx_fd, 1);
+    EXPECT_GE(g_fifo_tx_fd, 1);
+    EXPECT_GE(epfd_socket, 1);
+    EXPECT_EQ(before + 3, open_fds());
+    ASSERT_EQ(0, Socket_Fifo_Init()) << "re-opening replaces the old channel";
+    EXPECT_EQ(before + 3, open_fds());
+
+    stop_wifi_channel();
+    EXPECT_EQ(-1, g_fifo_rx_fd);
+    EXPECT_EQ(-1, g_fifo_tx_fd);
+    EXPECT_EQ(0, epfd_socket);
+    EXPECT_EQ(before, open_fds());
+    stop_wifi_channel();  // nothing open: nothing to do
+    EXPECT_EQ(before, open_fds());
+}
+
+TEST_F(WifiControl, TearDownStopsEverythingAndTellsTheClient) {
+    FakeHidDaemon daemon(root, "exit");
+    st.wifi_status = 1;
+    st.mode = 1;
+    ASSERT_EQ(0, Socket_Fifo_Init());
+    pthread_t hb;
+    ASSERT_EQ(0, pthread_create(&hb, nullptr, atcmder_wifiHBeat_thread, nullptr));
+    g_wifiHBeat_thread = hb;
+
+    EXPECT_EQ(0, atcmdprocess_wifi_stchange(1));
+    EXPECT_EQ(1, st.wifi_status) << "only state 0 tears down";
+
+    EXPECT_EQ(0, atcmdprocess_wifi_stchange(0));
+    EXPECT_EQ(0, st.wifi_status);
+    EXPECT_EQ(-1, st.mode);
+    EXPECT_EQ(1, daemon.exit_requests());
+    EXPECT_EQ("disable", prop("vendor.kavren.timesync"));
+    EXPECT_EQ(-1, g_fifo_rx_fd);
+    EXPECT_EQ(0u, g_wifiHBeat_thread) << "the heartbeat thread was ended and joined";
+    ASSERT_EQ(1u, CallbackSink::messages().size());
+    EXPECT_EQ(18, CallbackSink::messages()[0].cmd_id);
+    EXPECT_EQ(0, CallbackSink::messages()[0].i64);
+}
+
+}  // namespace
