@@ -1,0 +1,154 @@
+// The receive threads of the two serial links. Each gathers bytes into
+// batches of whole lines and hands every batch to the frame parser on its own
+// thread. The UART thread lives as long as the service and re-opens the UART
+// itself; the virtual UART thread lives while the accessory's ACM node does
+// and ends itself, telling the signal thread with SIGUSR2.
+#define LOG_TAG "ATCMD_MANAGE"
+#include "link/serial_rx.h"
+
+#include <signal.h>
+#include <string.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include "core/log.h"
+#include "core/service.h"
+
+namespace atcmd {
+namespace {
+
+constexpr int kWaitForever = -1;
+// Pause before another attempt at a UART that cannot be read or opened, so
+// a dead port costs one attempt (and one notice to the client) a second.
+constexpr useconds_t kUartRetryPauseUs = 1000 * 1000;
+// Pause after a failed virtual UART read, before looking for the node.
+constexpr useconds_t kVuartRecheckPauseUs = 300 * 1000;
+
+// The parser copies each line it finds; the scratch record only carries
+// the header fields common to the batch.
+void hand_to_parser(const char *text) {
+    char line[ATCMD_TEXT_MAX] = {};
+    AtCmder_t scratch;
+    memset(&scratch, 0, sizeof scratch);
+    scratch.source = ATCMD_EP_MCU;
+    scratch.data = line;
+    cmd_Parse_from_buffer(&scratch, text);
+}
+
+// Runs on the UART receive thread, which owns g_uart_fd's re-opening. A set-up
+// that fails after the open leaves the closed number in the variable;
+// storing -1 keeps the thread from closing or reading it again.
+void reopen_uart() {
+    if (g_uart_fd >= 0) close(g_uart_fd);
+    g_uart_fd = -1;
+    if (UART_init(&g_uart_fd) == 0) return;
+    g_uart_fd = -1;
+    notifyUartNotWork();
+}
+
+// usb_connected of the device's USB status; no device counts as unplugged.
+int32_t usb_connected() {
+    atcmdprocess_device_t *dev = g_patcmd_dev;
+    if (dev == nullptr) {
+        ATLOGE(0, "no device, usb counted as unplugged");
+        return 0;
+    }
+    return dev->system_status.usbdev_sts.usb_connected;
+}
+
+// The two endings of the virtual UART thread differ on purpose in their
+// order and in whether SIGUSR2 depends on the plugged flag.
+void *vuart_disappeared() {
+    ATLOGI(3, "ACM device disappear, atcmder_VuartRx_thread will die!");
+    signal_thread(g_Sigprocess_thread, SIGUSR2);
+    g_VuartRx_thread = 0;
+    return nullptr;
+}
+
+void *vuart_not_found() {
+    g_VuartRx_thread = 0;
+    if (usb_connected() == 1) signal_thread(g_Sigprocess_thread, SIGUSR2);
+    ATLOGI(3, "ACM device can not find, atcmder_VuartRx_thread will die!");
+    return nullptr;
+}
+
+}  // namespace
+
+BatchState RxBatch::add(size_t n) {
+    size_t room_left = kRxBufferSize - fill_;
+    fill_ += static_cast<uint32_t>(n < room_left ? n : room_left);
+    buf_[fill_] = '\0';
+    if (fill_ > kMaxBatch) return BatchState::kTooLong;
+    if (fill_ < 2 || buf_[fill_ - 2] != '\r' || buf_[fill_ - 1] != '\n')
+        return BatchState::kPartial;
+    return BatchState::kComplete;
+}
+
+void RxBatch::clear() {
+    memset(buf_, 0, fill_);
+    fill_ = 0;
+}
+
+bool receive_once(const SerialRx &link, int fd, RxBatch *batch) {
+    int n = link.recv(fd, batch->tail(), batch->room(), kWaitForever);
+    if (n < 1) return false;
+    switch (batch->add(static_cast<size_t>(n))) {
+    case BatchState::kPartial:
+        break;
+    case BatchState::kTooLong:
+        ATLOG_TEXT(3, ANDROID_LOG_INFO, LOG_TAG, link.too_long, batch->text());
+        batch->clear();
+        break;
+    case BatchState::kComplete:
+        ATLOG_TEXT(3, ANDROID_LOG_INFO, LOG_TAG, link.batch, strlen(batch->text()), batch->text());
+        hand_to_parser(batch->text());
+        batch->clear();
+        break;
+    }
+    return true;
+}
+
+}  // namespace atcmd
+
+using namespace atcmd;
+
+// While the UART cannot be read, each failure leads to one re-initialisation,
+// at once after a working spell and a pause later. While g_uart_fd is
+// negative it is not read at all.
+void *atcmder_uartRx_thread(void *) {
+    prctl(PR_SET_NAME, "uartRx_thread");
+    ATLOGI(3, "atcmder_uartRx_thread is running!");
+    RxBatch batch;
+    bool failing = false;  // nothing received since the last re-initialisation
+    for (;;) {
+        int fd = g_uart_fd;
+        if (fd >= 0) {
+            if (receive_once(kUartRx, fd, &batch)) {
+                failing = false;
+                continue;
+            }
+            ATLOGI(3, "uart cannot receive data, uart will be re-init!");
+        }
+        if (failing) usleep(kUartRetryPauseUs);
+        failing = true;
+        reopen_uart();
+    }
+    return nullptr;
+}
+
+// Started by the signal thread after VUART_init succeeded; detaches itself.
+// It notices the signal thread closing the link through g_vuart_fd turning
+// -1, and a pulled cable through a failed read.
+void *atcmder_VuartRx_thread(void *) {
+    RxBatch batch;
+    prctl(PR_SET_NAME, "VuartRx_thread");
+    ATLOGI(3, "atcmder_VuartRx_thread is running!");
+    pthread_detach(pthread_self());
+    for (int fd = g_vuart_fd; fd != -1; fd = g_vuart_fd) {
+        if (receive_once(kVuartRx, fd, &batch)) continue;
+        ATLOGI(3, "Vuart cannot receive data!");
+        usleep(kVuartRecheckPauseUs);
+        if (usb_connected() == 0 || scan_acm_devices() == 0) return vuart_disappeared();
+    }
+    return vuart_not_found();
+}

@@ -1,0 +1,66 @@
+// Batch gathering of the serial receive threads: bytes are collected until
+// they end in "\r\n" and then go to the frame parser in one piece. Exposed
+// for tests, which drive it over any descriptor without a thread.
+#ifndef ATCMD_LINK_SERIAL_RX_H
+#define ATCMD_LINK_SERIAL_RX_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include "atcmdprocess.h"
+#include "link/link_text.h"
+
+namespace atcmd {
+
+constexpr size_t kRxBufferSize = 1024;
+// A batch longer than this is dropped whole, even when it ends in "\r\n".
+constexpr size_t kMaxBatch = 512;
+
+enum class BatchState { kPartial, kComplete, kTooLong };
+
+// The bytes gathered towards one batch, owned by one receive thread.
+class RxBatch {
+public:
+    char *tail() { return buf_ + fill_; }
+    int room() const { return static_cast<int>(kRxBufferSize - fill_); }
+    // Accounts for n bytes just read into tail(). Only the last two bytes
+    // decide completeness: a "\r\n" inside the batch does not end it.
+    BatchState add(size_t n);
+    const char *text() const { return buf_; }  // always NUL-terminated
+    size_t size() const { return fill_; }
+    void clear();
+
+private:
+    char buf_[kRxBufferSize + 1] = {};  // + the NUL behind a full buffer
+    uint32_t fill_ = 0;
+};
+
+// What tells the UART's receive thread from the virtual UART's.
+struct SerialRx {
+    const char *too_long;  // %s: the dropped bytes
+    const char *batch;     // %zu %s: length and text of a complete batch
+    int (*recv)(int fd, char *buf, int len, int timeout_ms);
+};
+
+inline constexpr SerialRx kUartRx = {
+    "Uart receive data length is too long, skip it, receive data is %s ",
+    "Uart rcv data length is %zu, receive data is %s",
+    UART_Recv,
+};
+inline constexpr SerialRx kVuartRx = {
+    "Vuart receive data length is too long, skip it, receive data is %s ",
+    "Vuart receive data length is %zu, receive data is %s",
+    VUART_Recv,
+};
+static_assert(has_conversions(kUartRx.too_long, "s") && has_conversions(kUartRx.batch, "us") &&
+                  has_conversions(kVuartRx.too_long, "s") && has_conversions(kVuartRx.batch, "us"),
+              "receive texts");
+
+// One read from fd (waiting without limit) into batch; a batch that this
+// read completes is handed to the frame parser as coming from the MCU, an
+// over-long one is dropped. False on a receive failure (nothing read).
+bool receive_once(const SerialRx &link, int fd, RxBatch *batch);
+
+}  // namespace atcmd
+
+#endif
