@@ -29,14 +29,6 @@ inline std::vector<Taken> drain(atcmder_queue_t *head, pthread_mutex_t *lock) {
     return out;
 }
 
-inline size_t queue_length(atcmder_queue_t *head, pthread_mutex_t *lock) {
-    pthread_mutex_lock(lock);
-    size_t n = 0;
-    for (atcmder_node_t *node = head->tqh_first; node != nullptr; node = node->link.tqe_next) ++n;
-    pthread_mutex_unlock(lock);
-    return n;
-}
-
 inline void put(atcmder_queue_t *head, pthread_mutex_t *lock, const char *text, uint16_t seq,
                 int64_t sec = 0, int64_t usec = 0, uint8_t resendtimes = 0) {
     AtCmder_t rec{};

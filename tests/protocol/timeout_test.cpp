@@ -58,22 +58,6 @@ TEST_F(Timeout, LateCommandsAreResentByTheXorFigure) {
     EXPECT_TRUE(CallbackSink::messages().empty());
 }
 
-TEST_F(Timeout, ReplyRetiresTheOldestEntryWithItsSequenceNumber) {
-    put(&Timeout_head, &g_timeoutqueue_mutex, "AT+BAT?#9&1\r\n", 9);
-    put(&Timeout_head, &g_timeoutqueue_mutex, "AT+VER?#11&1\r\n", 11);
-    put(&Timeout_head, &g_timeoutqueue_mutex, "AT+VER?#11&2\r\n", 11);
-    AtCmder_t reply{};
-    reply.seq_num = 11;
-    EXPECT_EQ(0, rmTimeoutItem(&reply));
-    reply.seq_num = 12;
-    EXPECT_EQ(0, rmTimeoutItem(&reply));
-    auto left = drain(&Timeout_head, &g_timeoutqueue_mutex);
-    ASSERT_EQ(2u, left.size());
-    EXPECT_EQ("AT+BAT?#9&1\r\n", left[0].text);
-    EXPECT_EQ("AT+VER?#11&2\r\n", left[1].text);
-    EXPECT_EQ(0, rmTimeoutItem(&reply)) << "empty queue";
-}
-
 TEST_F(Timeout, LimitFollowsPlatformAndMode) {
     const struct { int platform, mode; uint64_t limit; } rows[] = {
         {1, 1, 400000}, {1, 0, 100000}, {1, -1, 100000}, {2, 1, 100000}};
