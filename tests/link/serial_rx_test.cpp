@@ -29,7 +29,13 @@ using atcmd_test::CallbackSink;
 using atcmd_test::PtyLink;
 using atcmd_test::wait_until;
 
-size_t rx_length() { return atcmd_test::queue_length(&Rx_head, &g_rxqueue_mutex); }
+size_t rx_length() {
+    pthread_mutex_lock(&g_rxqueue_mutex);
+    size_t n = 0;
+    for (atcmder_node_t *node = Rx_head.tqh_first; node != nullptr; node = node->link.tqe_next) ++n;
+    pthread_mutex_unlock(&g_rxqueue_mutex);
+    return n;
+}
 
 // Fed through a pipe rather than a pty: one write is one read there, so the
 // test decides where reads split.

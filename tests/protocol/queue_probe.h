@@ -1,5 +1,4 @@
-// Test helpers for the module's global queues: take every record off a queue
-// (with its text), and put a record on one.
+// Test helpers for the module's global queues.
 #ifndef ATCMD_TESTS_PROTOCOL_QUEUE_PROBE_H
 #define ATCMD_TESTS_PROTOCOL_QUEUE_PROBE_H
 
@@ -13,36 +12,26 @@
 namespace atcmd_test {
 
 struct Taken {
-    AtCmder_t rec;  // rec.data is not valid; use text
+    AtCmder_t rec;  // rec.data is cleared; the text is in text
     std::string text;
 };
 
+// Takes every record off the queue, in order.
 inline std::vector<Taken> drain(atcmder_queue_t *head, pthread_mutex_t *lock) {
     std::vector<Taken> out;
-    for (;;) {
-        char buf[ATCMD_TEXT_MAX];
-        AtCmder_t rec;
-        memset(&rec, 0, sizeof rec);
-        rec.data = buf;
-        if (atcmder_dequeue(head, lock, &rec) != ATCMD_Q_OK) break;
+    char buf[ATCMD_TEXT_MAX];
+    AtCmder_t rec{};
+    rec.data = buf;
+    while (atcmder_dequeue(head, lock, &rec) == ATCMD_Q_OK) {
         out.push_back({rec, buf});
         out.back().rec.data = nullptr;
     }
     return out;
 }
 
-inline size_t queue_length(atcmder_queue_t *head, pthread_mutex_t *lock) {
-    pthread_mutex_lock(lock);
-    size_t n = 0;
-    for (atcmder_node_t *node = head->tqh_first; node != nullptr; node = node->link.tqe_next) ++n;
-    pthread_mutex_unlock(lock);
-    return n;
-}
-
 inline void put(atcmder_queue_t *head, pthread_mutex_t *lock, const char *text, uint16_t seq,
                 int64_t sec = 0, int64_t usec = 0, uint8_t resendtimes = 0) {
-    AtCmder_t rec;
-    memset(&rec, 0, sizeof rec);
+    AtCmder_t rec{};
     rec.type = ATCMD_TYPE_QUERY;
     rec.seq_num = seq;
     rec.tv_sec = sec;
