@@ -158,7 +158,7 @@ int dev_hotplug_init(void) {
 
 // The watcher thread; it runs for the life of the process.
 void *handler_acm_devs_epoll(void *) {
-    prctl(PR_SET_NAME, "devEpoll_process");
+    prctl(PR_SET_NAME, "devEpoll_process");  // the kernel keeps 15 characters of it
     ATLOGI(3, "handler_acm_devs_epoll thread is running");
     epoll_event events[kMaxEpollEvents];
     for (;;) {
