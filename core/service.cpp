@@ -3,6 +3,7 @@
 // of the module can signal or join them.
 #define LOG_TAG "ATCMD_MANAGE"
 #include <errno.h>
+#include <poll.h>
 #include <pthread.h>
 #include <signal.h>
 #include <unistd.h>
@@ -51,6 +52,29 @@ int atcmder_hal_close(void) {
 }
 
 namespace atcmd {
+
+void install_thread_exit_handler() {
+    struct sigaction sa = {};
+    sigemptyset(&sa.sa_mask);
+    sa.sa_handler = thread_exit_handler;
+    sigaction(SIGALRM, &sa, nullptr);
+    sigset_t alarm;
+    sigemptyset(&alarm);
+    sigaddset(&alarm, SIGALRM);
+    pthread_sigmask(SIG_BLOCK, &alarm, nullptr);
+}
+
+void wait_mask_for_exit(sigset_t *mask) {
+    pthread_sigmask(SIG_SETMASK, nullptr, mask);
+    sigdelset(mask, SIGALRM);
+}
+
+int sleep_until_exit_signal(useconds_t us) {
+    sigset_t mask;
+    wait_mask_for_exit(&mask);
+    struct timespec ts = {static_cast<time_t>(us / 1000000), static_cast<long>(us % 1000000) * 1000};
+    return ppoll(nullptr, 0, &ts, &mask) < 0 ? -1 : 0;
+}
 
 int signal_thread(pthread_t thread, int sig) {
     if (thread == 0) {

@@ -34,13 +34,6 @@ int wifi_status_now() {
 
 uint64_t heartbeat_load() { return __atomic_load_n(&g_wifiHBeat_num, __ATOMIC_RELAXED); }
 
-void install_exit_handler() {
-    struct sigaction sa = {};
-    sigemptyset(&sa.sa_mask);
-    sa.sa_handler = thread_exit_handler;
-    sigaction(SIGALRM, &sa, nullptr);
-}
-
 }  // namespace
 
 int Kill_hiddemon_byforce(void) {
@@ -78,10 +71,10 @@ int stop_hiddemon(void) {
 void *atcmder_wifiHBeat_thread(void *) {
     prctl(PR_SET_NAME, "wifiHBeat_thread");
     ATLOGI(3, "atcmder_wifiHBeat_thread is running!");
-    install_exit_handler();
+    install_thread_exit_handler();
     for (;;) {
         uint64_t last = heartbeat_load();
-        usleep(kHeartbeatPeriodUs);
+        sleep_until_exit_signal(kHeartbeatPeriodUs);
         if (heartbeat_load() != last) continue;
         if (wifi_status_now() != 1) continue;
         ATLOGI(2, "!! HID demon lost heart beat, will restart! wifiHBeat_num is %lu .",

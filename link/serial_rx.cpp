@@ -26,11 +26,11 @@ constexpr useconds_t kVuartRecheckPauseUs = 300 * 1000;
 
 // The parser copies each line it finds; the scratch record only carries
 // the header fields common to the batch.
-void hand_to_parser(const char *text) {
+void hand_to_parser(const char *text, uint8_t source) {
     char line[ATCMD_TEXT_MAX] = {};
     AtCmder_t scratch;
     memset(&scratch, 0, sizeof scratch);
-    scratch.source = ATCMD_EP_MCU;
+    scratch.source = source;
     scratch.data = line;
     cmd_Parse_from_buffer(&scratch, text);
 }
@@ -101,7 +101,7 @@ bool receive_once(const SerialRx &link, int fd, RxBatch *batch) {
         break;
     case BatchState::kComplete:
         ATLOG_TEXT(3, ANDROID_LOG_INFO, LOG_TAG, link.batch, strlen(batch->text()), batch->text());
-        hand_to_parser(batch->text());
+        hand_to_parser(batch->text(), link.source());
         batch->clear();
         break;
     }

@@ -35,30 +35,36 @@ private:
     uint32_t fill_ = 0;
 };
 
-// What tells the UART's receive thread from the virtual UART's.
+// What tells one link's receive thread from another's: its texts, how it
+// reads, and which endpoint its lines come from.
 struct SerialRx {
     const char *too_long;  // %s: the dropped bytes
     const char *batch;     // %zu %s: length and text of a complete batch
     int (*recv)(int fd, char *buf, int len, int timeout_ms);
+    uint8_t (*source)();   // asked once per complete batch
 };
+
+constexpr uint8_t from_mcu() { return ATCMD_EP_MCU; }
 
 inline constexpr SerialRx kUartRx = {
     "Uart receive data length is too long, skip it, receive data is %s ",
     "Uart rcv data length is %zu, receive data is %s",
     UART_Recv,
+    from_mcu,
 };
 inline constexpr SerialRx kVuartRx = {
     "Vuart receive data length is too long, skip it, receive data is %s ",
     "Vuart receive data length is %zu, receive data is %s",
     VUART_Recv,
+    from_mcu,
 };
 static_assert(has_conversions(kUartRx.too_long, "s") && has_conversions(kUartRx.batch, "us") &&
                   has_conversions(kVuartRx.too_long, "s") && has_conversions(kVuartRx.batch, "us"),
               "receive texts");
 
 // One read from fd (waiting without limit) into batch; a batch that this
-// read completes is handed to the frame parser as coming from the MCU, an
-// over-long one is dropped. False on a receive failure (nothing read).
+// read completes is handed to the frame parser as coming from the link's
+// source, an over-long one is dropped. False on a receive failure (nothing read).
 bool receive_once(const SerialRx &link, int fd, RxBatch *batch);
 
 }  // namespace atcmd

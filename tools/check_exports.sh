@@ -15,9 +15,10 @@ trap 'rm -f "$expected" "$actual"' EXIT
   printf '%s\n' property_get property_set
 } | sort -u >"$expected"
 
-# Linker- and sanitizer-made symbols are not part of the module's ABI.
+# Linker- and sanitizer-made symbols (UBSan emits type info for function
+# types) are not part of the module's ABI.
 nm -D --defined-only "$so" | awk '{print $3}' |
-  grep -v -E '^(_init|_fini|_edata|_end|__bss_start|__odr_asan.*|___asan.*|__asan.*|__ubsan.*|__sancov.*)$' |
+  grep -v -E '^(_init|_fini|_edata|_end|__bss_start|__odr_asan.*|___asan.*|__asan.*|__ubsan.*|__sancov.*|_ZT[IS]F.*)$' |
   sort -u >"$actual"
 
 if ! diff -u "$expected" "$actual"; then

@@ -9,6 +9,7 @@
 #include <regex>
 #include <string>
 
+#include "fixtures/census.h"
 #include "fixtures/sysroot.h"
 
 namespace {
@@ -22,13 +23,6 @@ int count_of(const std::string &hay, const std::string &needle) {
     int n = 0;
     for (size_t pos = hay.find(needle); pos != std::string::npos; pos = hay.find(needle, pos + 1))
         ++n;
-    return n;
-}
-
-int count_open_fds() {
-    int n = 0;
-    for (int fd = 0; fd < 1024; ++fd)
-        if (fcntl(fd, F_GETFD) != -1) ++n;
     return n;
 }
 
@@ -106,10 +100,10 @@ TEST_F(Log, ReopeningKeepsOneStreamAndAppends) {
     log_file_init(kLogDir, "atcmdprocess");
     ASSERT_NE(nullptr, fd_logfile);
     ATLOGI(3, "before reopen");
-    int fds_before = count_open_fds();
+    int fds_before = atcmd_test::open_fd_count();
     log_file_init(kLogDir, "atcmdprocess");  // its own line still reaches the old stream
     ASSERT_NE(nullptr, fd_logfile);
-    EXPECT_EQ(fds_before, count_open_fds());
+    EXPECT_EQ(fds_before, atcmd_test::open_fd_count());
     ATLOGI(3, "after reopen");
     std::string log = root.read_file(kLogFile);
     EXPECT_EQ(1, count_of(log, "before reopen"));

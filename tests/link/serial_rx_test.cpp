@@ -20,7 +20,7 @@
 #include "fixtures/signal_catcher.h"
 #include "fixtures/sysroot.h"
 #include "fixtures/wait_until.h"
-#include "protocol/queue_probe.h"
+#include "fixtures/queue_probe.h"
 
 namespace {
 

@@ -11,6 +11,7 @@
 #include "fixtures/device.h"
 #include "fixtures/hid_daemon.h"
 #include "fixtures/props.h"
+#include "fixtures/census.h"
 #include "fixtures/sysroot.h"
 
 namespace {
@@ -18,12 +19,6 @@ namespace {
 using atcmd_test::CallbackSink;
 using atcmd_test::prop;
 using atcmd_test::FakeHidDaemon;
-
-int open_fds() {
-    int n = 0;
-    for (int fd = 0; fd < 1024; ++fd) n += fcntl(fd, F_GETFD) != -1;
-    return n;
-}
 
 struct WifiControl : ::testing::Test {
     atcmd_test::TempSysroot root;
@@ -89,22 +84,22 @@ TEST_F(WifiControl, StopAsksPolitelyAndForcesWhenTheDaemonDoesNotAnswerExactly) 
 TEST_F(WifiControl, ChannelOpensOverTheDaemonsFifosAndClosesWithoutLeaks) {
     EXPECT_EQ(10, Socket_Fifo_Init()) << "the FIFOs are the daemon's to create";
     FakeHidDaemon daemon(root, "exit");
-    int before = open_fds();
+    int before = atcmd_test::open_fd_count();
     ASSERT_EQ(0, Socket_Fifo_Init());
     EXPECT_GE(g_fifo_rx_fd, 1);
     EXPECT_GE(g_fifo_tx_fd, 1);
     EXPECT_GE(epfd_socket, 1);
-    EXPECT_EQ(before + 3, open_fds());
+    EXPECT_EQ(before + 3, atcmd_test::open_fd_count());
     ASSERT_EQ(0, Socket_Fifo_Init()) << "re-opening replaces the old channel";
-    EXPECT_EQ(before + 3, open_fds());
+    EXPECT_EQ(before + 3, atcmd_test::open_fd_count());
 
     stop_wifi_channel();
     EXPECT_EQ(-1, g_fifo_rx_fd);
     EXPECT_EQ(-1, g_fifo_tx_fd);
     EXPECT_EQ(0, epfd_socket);
-    EXPECT_EQ(before, open_fds());
+    EXPECT_EQ(before, atcmd_test::open_fd_count());
     stop_wifi_channel();  // nothing open: nothing to do
-    EXPECT_EQ(before, open_fds());
+    EXPECT_EQ(before, atcmd_test::open_fd_count());
 }
 
 TEST_F(WifiControl, TearDownStopsEverythingAndTellsTheClient) {

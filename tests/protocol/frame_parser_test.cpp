@@ -6,7 +6,7 @@
 
 #include "atcmdprocess.h"
 #include "fixtures/device.h"
-#include "protocol/queue_probe.h"
+#include "fixtures/queue_probe.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include "fixtures/child_process.h"
 #include "fixtures/device.h"
 #include "protocol/elapsed.h"
-#include "protocol/queue_probe.h"
+#include "fixtures/queue_probe.h"
 #include "protocol/timeout.h"
 
 namespace {

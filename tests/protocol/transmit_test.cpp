@@ -14,7 +14,7 @@
 #include "fixtures/log_capture.h"
 #include "fixtures/pty_link.h"
 #include "fixtures/sysroot.h"
-#include "protocol/queue_probe.h"
+#include "fixtures/queue_probe.h"
 
 namespace {
 

@@ -1,0 +1,68 @@
+// The WiFi receive thread: reads what the accessory sent over WiFi from
+// /dev/fifo_rx (relayed by the HID daemon) and hands whole batches of lines
+// to the frame parser, exactly as the serial receive threads do. It never
+// closes anything itself: stop_wifi_channel ends it with SIGALRM and joins it.
+#define LOG_TAG "ATCMD_MANAGE"
+#include <signal.h>
+#include <sys/epoll.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include "core/log.h"
+#include "core/service.h"
+#include "link/serial_rx.h"
+
+namespace {
+
+constexpr int kMaxEvents = 32;
+// A channel whose epoll set-up failed makes every wait fail at once; pause
+// rather than spin until the channel is closed.
+constexpr useconds_t kFailedWaitPauseUs = 10000;
+
+// Waits on the channel's epoll instance and reads from the first ready
+// descriptor only: bytes beyond this read wait for the next arrival, even
+// though the descriptor is edge-triggered.
+int fifo_recv(int, char *buf, int len, int) {
+    struct epoll_event events[kMaxEvents];
+    sigset_t mask;
+    atcmd::wait_mask_for_exit(&mask);  // SIGALRM may end the thread only here
+    int n = epoll_pwait(epfd_socket, events, kMaxEvents, -1, &mask);
+    if (n < 1) return n;
+    return static_cast<int>(read(events[0].data.fd, buf, static_cast<size_t>(len)));
+}
+
+// Platform 2 hears the MPHONE peer over WiFi, platform 1 the local client's
+// counterpart; any other platform leaves the source unset.
+uint8_t wifi_source() {
+    int platform = g_patcmd_dev != nullptr ? g_patcmd_dev->system_status.platform : 0;
+    if (platform == 2) return ATCMD_EP_MPHONE;
+    if (platform == 1) return ATCMD_EP_CLIENT;
+    return 0;
+}
+
+constexpr atcmd::SerialRx kWifiRx = {
+    "wifi receive data length is too long, skip it, receive data is %s ",
+    "Wifi receive data length is %zu, receive data is %s",
+    fifo_recv,
+    wifi_source,
+};
+static_assert(atcmd::has_conversions(kWifiRx.too_long, "s") &&
+                  atcmd::has_conversions(kWifiRx.batch, "us"),
+              "WiFi receive texts");
+
+}  // namespace
+
+void *atcmder_wifiRx_thread(void *) {
+    atcmd::RxBatch batch;
+    prctl(PR_SET_NAME, "wifiRx_thread");
+    ATLOGI(3, "atcmder_wifiRx_thread is running!");
+
+    atcmd::install_thread_exit_handler();
+
+    while (g_fifo_rx_fd >= 0) {
+        if (!atcmd::receive_once(kWifiRx, g_fifo_rx_fd, &batch)) usleep(kFailedWaitPauseUs);
+    }
+    g_wifiRx_thread = 0;
+    ATLOGI(3, "atcmder_wifiRx_thread exits!");
+    return nullptr;
+}
