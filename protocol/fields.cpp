@@ -103,49 +103,40 @@ unsigned int getstate_fromCmdString(const char *line, int32_t *state) {
     return 0;
 }
 
-unsigned int getBatinfo_fromCmdString(const char *line, int32_t out[6]) {
+namespace {
+
+// The list helpers differ only in their count and in the message that names
+// the record on failure.
+template <size_t N>
+unsigned int number_list(const char *line, int32_t *out, const char *what) {
     if (line == nullptr || out == nullptr) return kErrValue;
-    if (!read_number_list<6>(line, out)) {
-        ATLOGE(0, "Batinfo para error, raw data is %s! ", line);
+    if (!read_number_list<N>(line, out)) {
+        ATLOGE(0, "%s, raw data is %s! ", what, line);
         return kErrValue;
     }
     return 0;
+}
+
+}  // namespace
+
+unsigned int getBatinfo_fromCmdString(const char *line, int32_t out[6]) {
+    return number_list<6>(line, out, "Batinfo para error");
 }
 
 unsigned int getTmpinfo_fromCmdString(const char *line, int32_t out[2]) {
-    if (line == nullptr || out == nullptr) return kErrValue;
-    if (!read_number_list<2>(line, out)) {
-        ATLOGE(0, "Tmpinfo para error, raw data is %s! ", line);
-        return kErrValue;
-    }
-    return 0;
+    return number_list<2>(line, out, "Tmpinfo para error");
 }
 
 unsigned int getUsbDevinfo_fromCmdString(const char *line, int32_t out[2]) {
-    if (line == nullptr || out == nullptr) return kErrValue;
-    if (!read_number_list<2>(line, out)) {
-        ATLOGE(0, "usbstate para error, raw data is %s! ", line);
-        return kErrValue;
-    }
-    return 0;
+    return number_list<2>(line, out, "usbstate para error");
 }
 
 unsigned int getHALLinfo_fromCmdString(const char *line, int32_t out[3]) {
-    if (line == nullptr || out == nullptr) return kErrValue;
-    if (!read_number_list<3>(line, out)) {
-        ATLOGE(0, "get Hall info error, raw data is %s! ", line);
-        return kErrValue;
-    }
-    return 0;
+    return number_list<3>(line, out, "get Hall info error");
 }
 
 unsigned int getACCinfo_fromCmdString(const char *line, int32_t out[3]) {
-    if (line == nullptr || out == nullptr) return kErrValue;
-    if (!read_number_list<3>(line, out)) {
-        ATLOGE(0, "get Acc sensor info error, raw data is %s! ", line);
-        return kErrValue;
-    }
-    return 0;
+    return number_list<3>(line, out, "get Acc sensor info error");
 }
 
 // "+VER=" label:value,label:value,...,label:value#seq&flag: seven values,
