@@ -48,6 +48,12 @@ void queue_remove_locked(atcmder_queue_t *head, atcmder_node_t *node) {
     *node->link.tqe_prev = node->link.tqe_next;
 }
 
+void queue_wait_not_empty(atcmder_queue_t *head, pthread_mutex_t *queue_lock,
+                          pthread_cond_t *not_empty, pthread_mutex_t *wait_lock) {
+    MutexGuard guard(wait_lock);
+    while (atcmder_empty_queue(head, queue_lock)) pthread_cond_wait(not_empty, wait_lock);
+}
+
 }  // namespace atcmd
 
 using namespace atcmd;

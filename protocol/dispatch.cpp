@@ -7,6 +7,7 @@
 #include <sys/prctl.h>
 
 #include "atcmdprocess.h"
+#include "core/queue.h"
 #include "protocol/cmd_table.h"
 #include "protocol/device_status.h"
 #include "protocol/log_tags.h"
@@ -84,10 +85,8 @@ void *atcmder_dispatch_thread(void *) {
     prctl(PR_SET_NAME, "dispatch_thread");
     MANAGE_LOGI(3, "atcmder_dispatch_thread thread is running");
     for (;;) {
-        pthread_mutex_lock(&rxbuffer_Mutex);
-        while (atcmder_empty_queue(&Rx_head, &g_rxqueue_mutex))
-            pthread_cond_wait(&rxbuffer_notempty, &rxbuffer_Mutex);
-        pthread_mutex_unlock(&rxbuffer_Mutex);
+        atcmd::queue_wait_not_empty(&Rx_head, &g_rxqueue_mutex, &rxbuffer_notempty,
+                                    &rxbuffer_Mutex);
 
         while (!atcmder_empty_queue(&Rx_head, &g_rxqueue_mutex)) {
             char text[ATCMD_TEXT_MAX];

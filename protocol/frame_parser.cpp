@@ -51,6 +51,17 @@ int cmd_Parse_from_buffer(AtCmder_t *cmd, const char *buffer) {
         text[count] = '\0';
         return text;
     };
+    // The state after a name or argument delimiter. The delimiter itself is
+    // stored behind this call, so a sequence number starts after the '#'.
+    auto follow = [&](char c) {
+        if (c == '\r') state = State::kLineEnd;
+        if (c == '=') state = State::kArguments;
+        if (c == '?') state = State::kQuery;
+        if (c == '#') {
+            state = State::kSequence;
+            seq_start = count + 1;
+        }
+    };
     auto drop_line = [&]() {
         memset(text, 0, ATCMD_TEXT_MAX);
         count = 0;
@@ -94,12 +105,7 @@ int cmd_Parse_from_buffer(AtCmder_t *cmd, const char *buffer) {
                 continue;  // Idle discards the rest of the line
             }
             cmd->cmd_id = idx;
-            if (c == '\r') state = State::kLineEnd;
-            if (c == '=') state = State::kArguments;
-            if (c == '#') {
-                state = State::kSequence;
-                seq_start = count + 1;
-            }
+            follow(c);
             break;
         }
 
@@ -113,24 +119,13 @@ int cmd_Parse_from_buffer(AtCmder_t *cmd, const char *buffer) {
                 drop_line();
                 continue;
             }
-            if (c == '\r') state = State::kLineEnd;
-            if (c == '=') state = State::kArguments;
-            if (c == '?') state = State::kQuery;
-            if (c == '#') {
-                state = State::kSequence;
-                seq_start = count + 1;
-            }
+            follow(c);
             break;
         }
 
         case State::kArguments:
         case State::kQuery:
-            if (c == '#') {
-                state = State::kSequence;
-                seq_start = count + 1;
-            } else if (c == '\r') {
-                state = State::kLineEnd;
-            }
+            if (c == '#' || c == '\r') follow(c);
             break;
 
         case State::kSequence:

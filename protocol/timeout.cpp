@@ -102,10 +102,8 @@ void *atcmder_Timeout_thread(void *) {
     MANAGE_LOGI(3, "atcmder_Timeout_thread thread is running");
     prctl(PR_SET_NAME, "Timeout_thread");
     for (;;) {
-        pthread_mutex_lock(&timeoutbuffer_Mutex);
-        while (atcmder_empty_queue(&Timeout_head, &g_timeoutqueue_mutex))
-            pthread_cond_wait(&timeoutbuffer_notempty, &timeoutbuffer_Mutex);
-        pthread_mutex_unlock(&timeoutbuffer_Mutex);
+        atcmd::queue_wait_not_empty(&Timeout_head, &g_timeoutqueue_mutex, &timeoutbuffer_notempty,
+                                    &timeoutbuffer_Mutex);
 
         while (!atcmder_empty_queue(&Timeout_head, &g_timeoutqueue_mutex)) {
             struct timeval now;

@@ -12,6 +12,7 @@
 
 #include "core/lock_guard.h"
 #include "core/log.h"
+#include "core/queue.h"
 #include "protocol/device_status.h"
 
 namespace atcmd {
@@ -42,15 +43,6 @@ void watch_for_reply(const AtCmder_t &cmd) {
     atcmder_enqueue(&Timeout_head, &g_timeoutqueue_mutex, &copy);
     pthread_cond_signal(&timeoutbuffer_notempty);
     ATLOGI(4, "Timeout buf enqueued cmd %s", cmd.data);
-}
-
-// Sleeps until the queue holds something. Producers signal without taking
-// txbuffer_Mutex, so a wake-up that falls between the test and the wait is
-// lost until the next one; that is accepted.
-void wait_for_records() {
-    MutexGuard guard(&txbuffer_Mutex);
-    while (atcmder_empty_queue(&Tx_head, &g_txqueue_mutex))
-        pthread_cond_wait(&txbuffer_notempty, &txbuffer_Mutex);
 }
 
 int send_vuart(const char *text, size_t len) {
@@ -119,7 +111,7 @@ void *atcmder_Tx_thread(void *) {
     prctl(PR_SET_NAME, "Tx_thread");
     ATLOGI(3, "atcmder_Tx_thread thread is running");
     for (;;) {
-        wait_for_records();
+        queue_wait_not_empty(&Tx_head, &g_txqueue_mutex, &txbuffer_notempty, &txbuffer_Mutex);
         while (!atcmder_empty_queue(&Tx_head, &g_txqueue_mutex)) {
             char text[ATCMD_TEXT_MAX] = {};
             AtCmder_t cmd;
