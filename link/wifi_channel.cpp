@@ -55,7 +55,14 @@ void close_epoll() {
 }  // namespace
 
 int Socket_Fifo_Init(void) {
-    if (channel_open()) close_fifos();
+    if (channel_open()) {
+        close_fifos();
+    } else if (g_fifo_tx_fd >= 0) {
+        // Left from an attempt whose receive FIFO failed; nothing else would
+        // ever close it.
+        close(g_fifo_tx_fd);
+        g_fifo_tx_fd = -1;
+    }
     close_epoll();
 
     // O_RDWR: neither open waits for the daemon to open the other end.

@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <string>
 
@@ -82,6 +84,11 @@ TEST_F(WifiControl, ChannelOpensOverTheDaemonsFifosAndClosesWithoutLeaks) {
     EXPECT_EQ(10, Socket_Fifo_Init()) << "the FIFOs are the daemon's to create";
     FakeHidDaemon daemon(root, "exit");
     int before = atcmd_test::open_fd_count();
+    const std::string rx = root.path("/dev/fifo_rx");
+    unlink(rx.c_str());
+    EXPECT_EQ(10, Socket_Fifo_Init());
+    EXPECT_EQ(before + 1, atcmd_test::open_fd_count()) << "the transmit FIFO stays open";
+    mkfifo(rx.c_str(), 0600);
     ASSERT_EQ(0, Socket_Fifo_Init());
     EXPECT_GE(g_fifo_rx_fd, 1);
     EXPECT_GE(g_fifo_tx_fd, 1);
