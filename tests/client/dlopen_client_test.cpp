@@ -3,21 +3,18 @@
 // up "HMI", check the id, store the handle in dso, call open.
 #include <dlfcn.h>
 #include <errno.h>
-#include <ftw.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <string>
 
 #include "atcmdprocess.h"
 
 namespace {
-
-int remove_entry(const char *path, const struct stat *, int, struct FTW *) { return remove(path); }
 
 class LoadedModule : public ::testing::Test {
 protected:
@@ -35,7 +32,7 @@ protected:
         hmi_->dso = handle_;
     }
     void TearDown() override {
-        nftw(root_.c_str(), remove_entry, 16, FTW_DEPTH | FTW_PHYS);
+        std::filesystem::remove_all(root_);
         unsetenv("ATCMD_SYSROOT");
         // The module keeps its globals alive for its threads; it is not unloaded.
     }
@@ -73,8 +70,7 @@ TEST_F(LoadedModule, OpenHandsOutTheDeviceWithItsStartUpStatus) {
     EXPECT_EQ(-1, st.usbdev_sts.usb_connected);
     EXPECT_EQ(nullptr, dev->notify_callback);
 
-    struct stat sb;
-    EXPECT_EQ(0, stat((root_ + "/sdcard/tavrinola/.log/atcmdprocess").c_str(), &sb))
+    EXPECT_TRUE(std::filesystem::exists(root_ + "/sdcard/tavrinola/.log/atcmdprocess"))
         << "open starts the log file under the file-system root";
 }
 
