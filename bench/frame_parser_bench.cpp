@@ -69,11 +69,29 @@ void BM_ParseBatch(benchmark::State &state) {
     }
     log_level = saved_level;
     state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(batch.size()));
-    state.counters["lines/s"] =
-        benchmark::Counter(static_cast<double>(state.iterations() * lines), benchmark::Counter::kIsRate);
+    state.counters["lines/s"] = benchmark::Counter(static_cast<double>(state.iterations() * lines),
+                                                   benchmark::Counter::kIsRate);
 }
 
 BENCHMARK(BM_ParseBatch)->ArgName("log_level")->Arg(0)->Arg(4);
+
+// Noise without a line end: every character is skipped on its own, and the
+// cost must grow with the length, not with its square.
+void BM_SkipUnsupportedText(benchmark::State &state) {
+    atcmd_fuzz::silence_android_log();
+    atcmd_fuzz::install_device();
+    const std::string noise(static_cast<size_t>(state.range(0)), 'x');
+    const int32_t saved_level = log_level;
+    log_level = 0;
+    char text[ATCMD_TEXT_MAX];
+    AtCmder_t scratch{};
+    scratch.data = text;
+    for (auto _ : state) cmd_Parse_from_buffer(&scratch, noise.c_str());
+    log_level = saved_level;
+    state.SetBytesProcessed(state.iterations() * state.range(0));
+}
+
+BENCHMARK(BM_SkipUnsupportedText)->ArgName("bytes")->Arg(4096)->Arg(65536);
 
 }  // namespace
 

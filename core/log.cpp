@@ -1,4 +1,4 @@
-#define LOG_TAG "AtCmdProcessHal"
+// The log statement's run-time half, the log file and the record dump.
 #include "core/log.h"
 
 #include <inttypes.h>
@@ -51,12 +51,15 @@ void log_file_init(const char *dir, const char *name) {
     char path[PATH_MAX + 16];
     atcmd::SysPath root_dir(dir);
 
+    // Through the shell on purpose: "mkdir -p" creates every missing level in
+    // one call, and its failure needs no handling here (the fopen below
+    // fails and says so).
     snprintf(path, sizeof path, "mkdir -p %s", root_dir.c_str());
     int ignored = system(path);
     (void)ignored;
 
     snprintf(path, sizeof path, "%s/%s", dir, name);
-    ATLOGI(3, "log_filename=%s\n", path);
+    ATLOGI(3, atcmd::kTagHal, "log_filename=%s\n", path);
 
     atcmd::SysPath file(path);
     atcmd::LogFileLock lock;
@@ -64,16 +67,18 @@ void log_file_init(const char *dir, const char *name) {
         fclose(fd_logfile);
         fd_logfile = nullptr;
     }
+    // "a+": never truncate, every run appends to the same file. The trailing
+    // blank is ignored by the C library; it is the mode the module shipped with.
     fd_logfile = fopen(file.c_str(), "a+ ");
     if (fd_logfile == nullptr) fwrite("create log file error!\n", 1, 23, stderr);
 }
 
 void dump_atcmd_data(const AtCmder_t *cmd) {
     if (cmd == nullptr) return;
-    ATLOG(4, ANDROID_LOG_INFO, "ATCMD_MANAGE",
-          "dump_atcmd_data type:%d,source:%d,dest:%d, flag:%d,resendtimes:%d cmd_id:%d, "
-          "seq_num:%d,tv_sec:%ld,tv_usec:%ld, data:%s",
-          cmd->type, cmd->source, cmd->dest, cmd->flag, cmd->resendtimes, cmd->cmd_id,
-          cmd->seq_num, static_cast<long>(cmd->tv_sec), static_cast<long>(cmd->tv_usec),
-          cmd->data != nullptr ? cmd->data : "(null)");
+    ATLOGI(4, atcmd::kTagManage,
+           "dump_atcmd_data type:%d,source:%d,dest:%d, flag:%d,resendtimes:%d cmd_id:%d, "
+           "seq_num:%d,tv_sec:%ld,tv_usec:%ld, data:%s",
+           cmd->type, cmd->source, cmd->dest, cmd->flag, cmd->resendtimes, cmd->cmd_id,
+           cmd->seq_num, static_cast<long>(cmd->tv_sec), static_cast<long>(cmd->tv_usec),
+           cmd->data != nullptr ? cmd->data : "(null)");
 }

@@ -2,7 +2,17 @@
 // the Android log and, once log_file_init has run, to the private log file,
 // each prefixed with "[time][tid:N]function:line: ".
 //
-// The macro expands the caller's argument list once per output, refreshing
+// Every statement names its area with one of the seven tags below and gives
+// its level first:
+//
+//     ATLOGI(3, kTagManage, "atcmder_Tx_thread thread is running");
+//     ATLOGE(0, kTagVuart, "open serial %s fails", path);
+//
+// A helper shared by several entry points logs with the _FN forms, passing
+// the name of the entry point it works for, so that the function field of
+// the prefix shows what a reader greps for (UART_Send, not the helper).
+//
+// The macros expand the caller's argument list once per output, refreshing
 // the time stamp before each one. Callers may rely on that: an argument with
 // a side effect advances once per output written. Format texts are used as
 // given; no newline is appended.
@@ -17,6 +27,15 @@
 #include "atcmdprocess.h"
 
 namespace atcmd {
+
+// The areas, as the Android log and the field engineers' filters know them.
+inline constexpr char kTagHal[] = "AtCmdProcessHal";  // module entry points, log_file_init
+inline constexpr char kTagManage[] = "ATCMD_MANAGE";  // service threads, WiFi and daemon control
+inline constexpr char kTagUart[] = "ATCMD_UART";
+inline constexpr char kTagVuart[] = "ATCMD_VUART";
+inline constexpr char kTagParse[] = "ATCMD_PARSE";  // frames, fields, parsers, client notices
+inline constexpr char kTagHotplug[] = "ATCMD_HOTPLUG";
+inline constexpr char kTagQueue[] = "atcmder_queue";
 
 // "%ld.%ld" of (sec - base) and usec; usec deliberately not zero-padded, so
 // 5 us past second 100 reads "100.5". Returns out.
@@ -38,29 +57,72 @@ public:
     LogFileLock &operator=(const LogFileLock &) = delete;
 };
 
+// True when the printf conversions of fmt, in order, are the letters of want
+// ("%s is %zu" has "su"; length modifiers are skipped, "%%" is no conversion).
+// A format chosen at run time loses the compiler's argument check; its
+// owner pins the conversions with this in a static_assert instead.
+constexpr bool has_conversions(const char *fmt, const char *want) {
+    for (; *fmt != '\0'; ++fmt) {
+        if (*fmt != '%') continue;
+        ++fmt;
+        if (*fmt == '%') continue;
+        while (*fmt == 'z' || *fmt == 'l' || *fmt == 'h') ++fmt;
+        if (*fmt != *want) return false;
+        ++want;
+    }
+    return *want == '\0';
+}
+
+// The longest message a run-time format yields: the receive threads log a
+// whole receive buffer (1024 bytes) inside their texts.
+constexpr size_t kRunTimeTextMax = 1280;
+
 }  // namespace atcmd
 
 #define ATCMD_LOG_PREFIX "[%s][tid:%d]%s:%d: "
 
-#define ATLOG(level, prio, tag, fmt, ...)                                                    \
-    do {                                                                                     \
-        if (log_level >= (level)) {                                                          \
-            int atlog_tid_ = atcmd::log_tid();                                               \
-            printf(ATCMD_LOG_PREFIX fmt, atcmd::log_timestamp(), atlog_tid_, __func__,       \
-                   __LINE__, ##__VA_ARGS__);                                                 \
-            __android_log_print((prio), (tag), ATCMD_LOG_PREFIX fmt, atcmd::log_timestamp(), \
-                                atlog_tid_, __func__, __LINE__, ##__VA_ARGS__);              \
-            atcmd::LogFileLock atlog_lock_;                                                  \
-            if (fd_logfile != nullptr) {                                                     \
-                fprintf(fd_logfile, ATCMD_LOG_PREFIX fmt, atcmd::log_timestamp(),            \
-                        atlog_tid_, __func__, __LINE__, ##__VA_ARGS__);                      \
-                fflush(fd_logfile);                                                          \
-            }                                                                                \
-        }                                                                                    \
+// The statement with every field given: the function name printed in the
+// prefix, the level, the Android priority and the area tag.
+#define ATLOG_FN(func, level, prio, tag, fmt, ...)                                        \
+    do {                                                                                  \
+        if (log_level >= (level)) {                                                       \
+            int atlog_tid_ = atcmd::log_tid();                                            \
+            printf(ATCMD_LOG_PREFIX fmt, atcmd::log_timestamp(), atlog_tid_, (func),      \
+                   __LINE__, ##__VA_ARGS__);                                              \
+            __android_log_print((prio), (tag), ATCMD_LOG_PREFIX fmt,                      \
+                                atcmd::log_timestamp(), atlog_tid_, (func), __LINE__,     \
+                                ##__VA_ARGS__);                                           \
+            atcmd::LogFileLock atlog_lock_;                                               \
+            if (fd_logfile != nullptr) {                                                  \
+                fprintf(fd_logfile, ATCMD_LOG_PREFIX fmt, atcmd::log_timestamp(),         \
+                        atlog_tid_, (func), __LINE__, ##__VA_ARGS__);                     \
+                fflush(fd_logfile);                                                       \
+            }                                                                             \
+        }                                                                                 \
     } while (0)
 
-// The file's own area tag comes from LOG_TAG, defined before this header.
-#define ATLOGI(level, fmt, ...) ATLOG(level, ANDROID_LOG_INFO, LOG_TAG, fmt, ##__VA_ARGS__)
-#define ATLOGE(level, fmt, ...) ATLOG(level, ANDROID_LOG_ERROR, LOG_TAG, fmt, ##__VA_ARGS__)
+#define ATLOGI(level, tag, fmt, ...) \
+    ATLOG_FN(__func__, level, ANDROID_LOG_INFO, tag, fmt, ##__VA_ARGS__)
+#define ATLOGE(level, tag, fmt, ...) \
+    ATLOG_FN(__func__, level, ANDROID_LOG_ERROR, tag, fmt, ##__VA_ARGS__)
+#define ATLOGI_FN(func, level, tag, fmt, ...) \
+    ATLOG_FN(func, level, ANDROID_LOG_INFO, tag, fmt, ##__VA_ARGS__)
+#define ATLOGE_FN(func, level, tag, fmt, ...) \
+    ATLOG_FN(func, level, ANDROID_LOG_ERROR, tag, fmt, ##__VA_ARGS__)
+
+// For a format text chosen at run time (pinned with has_conversions) that
+// takes at least one argument. A text without arguments goes through
+// ATLOGI_FN(func, level, tag, "%s", text) instead.
+#define ATLOG_TEXT_FN(func, level, prio, tag, text, ...)                         \
+    do {                                                                         \
+        if (log_level >= (level)) {                                              \
+            char atlog_text_[atcmd::kRunTimeTextMax];                            \
+            _Pragma("GCC diagnostic push")                                       \
+            _Pragma("GCC diagnostic ignored \"-Wformat-nonliteral\"")            \
+            snprintf(atlog_text_, sizeof atlog_text_, text, __VA_ARGS__);        \
+            _Pragma("GCC diagnostic pop")                                        \
+            ATLOG_FN(func, level, prio, tag, "%s", atlog_text_);                 \
+        }                                                                        \
+    } while (0)
 
 #endif

@@ -2,7 +2,6 @@
 // Each queue's list is guarded by its queue lock; the wake-up condition and
 // its lock belong to the consumer (see the transmit, dispatch and timeout
 // threads). A node owns a copy of the record and of its text.
-#define LOG_TAG "atcmder_queue"
 #include "core/queue.h"
 
 #include <stdlib.h>
@@ -48,10 +47,15 @@ void queue_remove_locked(atcmder_queue_t *head, atcmder_node_t *node) {
     *node->link.tqe_prev = node->link.tqe_next;
 }
 
-void queue_wait_not_empty(atcmder_queue_t *head, pthread_mutex_t *queue_lock,
-                          pthread_cond_t *not_empty, pthread_mutex_t *wait_lock) {
-    MutexGuard guard(wait_lock);
-    while (atcmder_empty_queue(head, queue_lock)) pthread_cond_wait(not_empty, wait_lock);
+unsigned int queue_put(const QueueRef &q, const AtCmder_t *rec) {
+    unsigned int r = atcmder_enqueue(q.head, q.lock, rec);
+    pthread_cond_signal(q.not_empty);
+    return r;
+}
+
+void queue_wait_not_empty(const QueueRef &q) {
+    MutexGuard guard(q.wait_lock);
+    while (atcmder_empty_queue(q.head, q.lock)) pthread_cond_wait(q.not_empty, q.wait_lock);
 }
 
 }  // namespace atcmd
@@ -69,7 +73,7 @@ unsigned int atcmder_enqueue(atcmder_queue_t *head, pthread_mutex_t *lock, const
     auto *node = static_cast<atcmder_node_t *>(calloc(1, sizeof(atcmder_node_t)));
     if (node == nullptr) return ATCMD_Q_NOMEM;
     if (cmd->data == nullptr) {
-        ATLOGE(0, "Input atcmder data is NULL!");
+        ATLOGE(0, kTagQueue, "Input atcmder data is NULL!");
         free(node);
         return ATCMD_Q_NULL;
     }
@@ -84,7 +88,8 @@ unsigned int atcmder_enqueue(atcmder_queue_t *head, pthread_mutex_t *lock, const
     }
     if (len >= ATCMD_TEXT_MAX) {
         // Would overwrite the node's links; keep what fits instead.
-        ATLOGE(0, "Input atcmder data is too long (%zu), cut to %d!", len, ATCMD_TEXT_MAX - 1);
+        ATLOGE(0, kTagQueue, "Input atcmder data is too long (%zu), cut to %d!", len,
+               ATCMD_TEXT_MAX - 1);
         len = ATCMD_TEXT_MAX - 1;
     }
 
@@ -99,7 +104,7 @@ unsigned int atcmder_enqueue(atcmder_queue_t *head, pthread_mutex_t *lock, const
 
 unsigned int atcmder_dequeue(atcmder_queue_t *head, pthread_mutex_t *lock, AtCmder_t *out) {
     if (out == nullptr || out->data == nullptr) {
-        ATLOGE(0, "Output atcmder is a NULL pointer!");
+        ATLOGE(0, kTagQueue, "Output atcmder is a NULL pointer!");
         return ATCMD_Q_NULL;
     }
     if (head == nullptr || lock == nullptr) return ATCMD_Q_NULL;
@@ -112,7 +117,7 @@ unsigned int atcmder_dequeue(atcmder_queue_t *head, pthread_mutex_t *lock, AtCmd
     }
     queue_remove_locked(head, node);
     if (node->text[0] == '\0') {
-        ATLOGI(4, "Atcmd queue has null pointer, remove it!");
+        ATLOGI(4, kTagQueue, "Atcmd queue has null pointer, remove it!");
         free(node);
         return ATCMD_Q_NONE;  // the queue lock stays held on purpose
     }

@@ -11,6 +11,7 @@
 
 #include "atcmdprocess.h"
 #include "fuzz/fuzz_quiet.h"
+#include "protocol/fields.h"
 
 namespace {
 
@@ -53,10 +54,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     numbers<3>(getHALLinfo_fromCmdString, line);
     numbers<3>(getACCinfo_fromCmdString, line);
 
-    std::unique_ptr<char[]> block(new char[256]);
+    std::unique_ptr<char[]> block(new char[atcmd::kVerBlockSize]);
     getVerInfo_fromCmdString(line, block.get());
-    static const size_t kSlots[][2] = {{0, 32},   {32, 32},  {64, 32}, {96, 64},
-                                       {160, 32}, {192, 32}, {224, 32}};
-    for (const auto &slot : kSlots) check_terminated(block.get() + slot[0], slot[1]);
+    for (const auto &slot : atcmd::kVerSlots)
+        check_terminated(block.get() + slot.offset, slot.size);
     return 0;
 }

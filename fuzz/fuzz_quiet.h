@@ -8,6 +8,8 @@
 #include <string.h>
 
 #include "atcmdprocess.h"
+#include "core/device_state.h"
+#include "hal/device_ops.h"
 
 namespace atcmd_fuzz {
 
@@ -19,9 +21,8 @@ inline void silence_android_log() { __android_log_set_logger(discard_log); }
 inline atcmdprocess_device_t *install_device() {
     static atcmdprocess_device_t dev;
     memset(&dev, 0, sizeof dev);
-    dev.system_status.platform = 1;
-    dev.system_status.mode = -1;
-    g_patcmd_dev = &dev;
+    atcmd::init_device(&dev, nullptr);
+    atcmd::install_device(&dev);
     return &dev;
 }
 

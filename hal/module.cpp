@@ -1,10 +1,10 @@
 // The module record the platform's loader looks up by the symbol "HMI", and
 // the open/close pair that hands out and takes back the one device object.
-#define LOG_TAG "AtCmdProcessHal"
 #include <errno.h>
 #include <stdlib.h>
 #include <string.h>
 
+#include "core/device_state.h"
 #include "core/log.h"
 #include "hal/device_ops.h"
 
@@ -30,21 +30,21 @@ hw_module_t HMI = {
 int atcmdprocess_open(const struct hw_module_t *module, const char *name,
                       struct hw_device_t **device) {
     (void)name;  // there is only one kind of device
-    ATLOGI(3, "atcmdprocess_open");
+    ATLOGI(3, atcmd::kTagHal, "atcmdprocess_open");
     log_file_init("/sdcard/tavrinola/.log", "atcmdprocess");
 
     if (device == nullptr) {
-        ATLOGE(0, "NO device on open");
+        ATLOGE(0, atcmd::kTagHal, "NO device on open");
         return -EINVAL;
     }
     auto *dev = static_cast<atcmdprocess_device_t *>(calloc(1, sizeof(atcmdprocess_device_t)));
     if (dev == nullptr) {
-        ATLOGE(0, "out of memory");
+        ATLOGE(0, atcmd::kTagHal, "out of memory");
         return -EINVAL;
     }
     atcmd::init_device(dev, module);
     *device = &dev->common;
-    g_patcmd_dev = dev;
+    atcmd::install_device(dev);
     return 0;
 }
 

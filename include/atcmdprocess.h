@@ -47,7 +47,7 @@ extern "C" {
 #define ATCMD_Q_NOMEM 7
 #define ATCMD_Q_NONE 9
 
-/* One command or response in flight. Exactly 32 bytes on LP64. */
+/* One command or response in flight. 32 bytes on LP64 and on 32-bit ARM. */
 typedef struct AtCmder {
     uint8_t type;
     uint8_t source;
@@ -61,7 +61,8 @@ typedef struct AtCmder {
     char *data; /* NUL-terminated frame text, owned by whoever filled the record */
 } AtCmder_t;
 
-/* A queue node owns a copy of the record and of its text. 208 bytes on LP64. */
+/* A queue node owns a copy of the record and of its text. 208 bytes on LP64,
+ * 200 on 32-bit ARM. */
 typedef struct atcmder_node {
     AtCmder_t cmd; /* cmd.data points at text below */
     char text[ATCMD_TEXT_MAX];
@@ -112,6 +113,15 @@ typedef struct usbdev_sts {
     int32_t usb_devinfo;   /* second value of the accessory's +USBSTATE; -1 unplugged */
     int32_t usb_connected; /* 1 while the ACM link is plugged, 0 after removal */
 } usbdev_sts_t;
+
+/* system_status_t.platform: which links carry the accessory's traffic. */
+#define ATCMD_PLATFORM_VUART 1 /* USB ACM (virtual UART) or WiFi; WiFi daemon runs as server */
+#define ATCMD_PLATFORM_UART 2  /* the UART or WiFi; WiFi daemon runs as client */
+
+/* system_status_t.mode: the cast in progress. */
+#define ATCMD_MODE_NONE (-1)
+#define ATCMD_MODE_USB 0
+#define ATCMD_MODE_WIFI 1
 
 typedef struct system_status {
     int32_t platform;    /* 1: accessory on USB or WiFi; 2: on the UART or WiFi */
@@ -251,6 +261,51 @@ ATCMD_API void notify_usbevent(void);
 /* ------------------------------------------------------------------------ */
 /* AT protocol                                                               */
 /* ------------------------------------------------------------------------ */
+
+/* Rows of AT_CMDS: the cmd_id of every record and of every callback
+ * message. Rows are never reordered; each name is its row's name without
+ * the '+'. */
+enum atcmd_cmd_id {
+    ATCMD_ID_REBOOT = 0,
+    ATCMD_ID_UPGRADE = 1,
+    ATCMD_ID_RECOVERY = 2,
+    ATCMD_ID_SHUTDOWN = 3, /* also the client's shut-down request */
+    ATCMD_ID_POWEROFF = 4,
+    ATCMD_ID_RESET = 5,
+    ATCMD_ID_STARTUP = 6,
+    ATCMD_ID_BTMAC = 7,
+    ATCMD_ID_BLEMAC = 8,
+    ATCMD_ID_BAT = 9,
+    ATCMD_ID_STATE = 10,
+    ATCMD_ID_VER = 11,
+    ATCMD_ID_HALL = 12,
+    ATCMD_ID_SN = 13,
+    ATCMD_ID_SID = 14,
+    ATCMD_ID_TYPE = 15,
+    ATCMD_ID_USBSTATE = 16, /* also USB hot-plug events: usb_connected, usb_devinfo */
+    ATCMD_ID_SCREEN = 17,
+    ATCMD_ID_WIFICON = 18, /* also the WiFi link state, a 64-bit value */
+    ATCMD_ID_MICMODE = 19,
+    ATCMD_ID_WIFI = 20,
+    ATCMD_ID_BT = 21,
+    ATCMD_ID_TIME = 22,
+    ATCMD_ID_OK = 23,
+    ATCMD_ID_ERROR = 24, /* also reply time-outs (-110) and a failed UART (-6) */
+    ATCMD_ID_SLEEP = 25,
+    ATCMD_ID_BATCG = 26,
+    ATCMD_ID_BKL = 27,
+    ATCMD_ID_MODE = 28,
+    ATCMD_ID_ACC = 29,
+    ATCMD_ID_LIGHT = 30,
+    ATCMD_ID_HALLCG = 31,
+    ATCMD_ID_TEST = 32,
+    ATCMD_ID_HRM = 33,
+    ATCMD_ID_DTR = 34,
+    ATCMD_ID_PTEST = 35,
+    ATCMD_ID_MMI1 = 36,
+    ATCMD_ID_PT = 37,
+    ATCMD_ID_WT = 38
+};
 
 #define ATCMD_NUM_CMDS 39
 

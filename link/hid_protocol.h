@@ -1,5 +1,7 @@
 // The control protocol with the HID daemon, a separate process that owns the
-// WiFi socket. Both sides must agree on these texts byte for byte.
+// WiFi socket. Both sides must agree on these texts byte for byte. Platform
+// ATCMD_PLATFORM_VUART runs the daemon as server, ATCMD_PLATFORM_UART as
+// client.
 #ifndef ATCMD_LINK_HID_PROTOCOL_H
 #define ATCMD_LINK_HID_PROTOCOL_H
 
@@ -18,10 +20,6 @@ constexpr const char kExit[] = "exit";  // on /dev/fifo_cmd, and the daemon's ac
 constexpr const char kFifoRx[] = "/dev/fifo_rx";
 constexpr const char kFifoTx[] = "/dev/fifo_tx";
 constexpr const char kFifoCmd[] = "/dev/fifo_cmd";
-
-// Platform 1 runs the daemon as server, platform 2 as client.
-constexpr int kPlatformServer = 1;
-constexpr int kPlatformClient = 2;
 
 }  // namespace atcmd
 

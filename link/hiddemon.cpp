@@ -1,18 +1,21 @@
-// Supervision of the HID daemon that carries the WiFi link: its status texts
-// (passed in by the client), its heartbeat, and stopping it, politely through
-// /dev/fifo_cmd first and by property command when that fails.
-#define LOG_TAG "ATCMD_MANAGE"
+// Supervision of the HID daemon that carries the WiFi link: its heartbeat,
+// and stopping it, politely through /dev/fifo_cmd first and by property
+// command when that fails. The daemon's status texts arrive through the
+// device operation hiddemon_stchange (hal/).
+#include "link/hiddemon.h"
+
 #include <fcntl.h>
-#include <signal.h>
-#include <stdlib.h>
 #include <string.h>
 #include <sys/prctl.h>
 #include <unistd.h>
 
 #include <cutils/properties.h>
 
+#include "core/delays.h"
+#include "core/device_state.h"
 #include "core/log.h"
-#include "core/service.h"
+#include "core/relaxed.h"
+#include "core/threads.h"
 #include "link/hid_protocol.h"
 #include "platform/sysroot.h"
 
@@ -23,21 +26,21 @@ uint64_t g_wifiHBeat_num = 0;
 
 namespace {
 
-constexpr useconds_t kHeartbeatPeriodUs = 5000000;
-constexpr useconds_t kExitAckWaitUs = 1000000;
 constexpr useconds_t kForcedStopPauseUs = 50000;
-
-int platform_now() { return g_patcmd_dev != nullptr ? g_patcmd_dev->system_status.platform : 0; }
-int wifi_status_now() {
-    return g_patcmd_dev != nullptr ? g_patcmd_dev->system_status.wifi_status : -1;
-}
-
-uint64_t heartbeat_load() { return __atomic_load_n(&g_wifiHBeat_num, __ATOMIC_RELAXED); }
 
 }  // namespace
 
+namespace atcmd {
+
+void record_heartbeat(uint64_t num) { relaxed_store(&g_wifiHBeat_num, num); }
+
+void stop_heartbeat_thread() { end_alarm_thread(&g_wifiHBeat_thread); }
+
+}  // namespace atcmd
+
 int Kill_hiddemon_byforce(void) {
-    property_set(kPropHidCmd, platform_now() == kPlatformClient ? kCmdStopClient : kCmdStopServer);
+    property_set(kPropHidCmd,
+                 current_platform() == ATCMD_PLATFORM_UART ? kCmdStopClient : kCmdStopServer);
     return usleep(kForcedStopPauseUs);
 }
 
@@ -45,22 +48,22 @@ int Kill_hiddemon_byforce(void) {
 int stop_hiddemon(void) {
     int fd = open(SysPath(kFifoCmd).c_str(), O_RDWR | O_CLOEXEC);
     if (fd < 0) {
-        ATLOGE(0, "cannot open device: %s, will kill hiddemon!", kFifoCmd);
+        ATLOGE(0, kTagManage, "cannot open device: %s, will kill hiddemon!", kFifoCmd);
         return Kill_hiddemon_byforce();
     }
     if (write(fd, kExit, 4) != 4) {
-        ATLOGE(0, " fails to write data %s to fifo_cmd", kExit);
+        ATLOGE(0, kTagManage, " fails to write data %s to fifo_cmd", kExit);
         Kill_hiddemon_byforce();
         return close(fd);
     }
-    usleep(kExitAckWaitUs);
+    usleep(g_delays.daemon_exit_ack);
     char sts[PROPERTY_VALUE_MAX];
     // One check, no polling: the acknowledgement must be exactly "exit".
     if (property_get(kPropHidSts, sts, "") > 0 && memcmp(sts, kExit, sizeof kExit) == 0) {
-        ATLOGI(3, "Process Hiddemon exits successfully!");
+        ATLOGI(3, kTagManage, "Process Hiddemon exits successfully!");
         return close(fd);
     }
-    ATLOGE(0, " hiddemon exit fails, will be killed!");
+    ATLOGE(0, kTagManage, " hiddemon exit fails, will be killed!");
     Kill_hiddemon_byforce();
     return close(fd);
 }
@@ -70,46 +73,17 @@ int stop_hiddemon(void) {
 // the daemon.
 void *atcmder_wifiHBeat_thread(void *) {
     prctl(PR_SET_NAME, "wifiHBeat_thread");
-    ATLOGI(3, "atcmder_wifiHBeat_thread is running!");
+    ATLOGI(3, kTagManage, "atcmder_wifiHBeat_thread is running!");
     install_thread_exit_handler();
     for (;;) {
-        uint64_t last = heartbeat_load();
-        sleep_until_exit_signal(kHeartbeatPeriodUs);
-        if (heartbeat_load() != last) continue;
-        if (wifi_status_now() != 1) continue;
-        ATLOGI(2, "!! HID demon lost heart beat, will restart! wifiHBeat_num is %lu .",
-               static_cast<unsigned long>(heartbeat_load()));
+        uint64_t last = relaxed_load(&g_wifiHBeat_num);
+        sleep_until_exit_signal(g_delays.heartbeat_period);
+        if (relaxed_load(&g_wifiHBeat_num) != last) continue;
+        if (current_wifi_status() != 1) continue;
+        ATLOGI(2, kTagManage, "!! HID demon lost heart beat, will restart! wifiHBeat_num is %lu .",
+               static_cast<unsigned long>(relaxed_load(&g_wifiHBeat_num)));
         stop_wifi_channel();
         wifi_Chan_ReInit();
     }
     return nullptr;
-}
-
-#undef LOG_TAG
-#define LOG_TAG "AtCmdProcessHal"
-
-// Status texts are substring-tested in this order, so "heartbeat" wins and a
-// text with both "running" and "error" counts as running.
-int atcmdprocess_hiddemon_stchange(const char *status) {
-    if (status == nullptr || wifi_status_now() != 1) return 0;
-    if (strstr(status, "heartbeat") != nullptr) {
-        const char *colon = strchr(status, ':');
-        if (colon != nullptr) {
-            auto num = static_cast<uint64_t>(strtol(colon + 1, nullptr, 10));
-            __atomic_store_n(&g_wifiHBeat_num, num, __ATOMIC_RELAXED);
-        }
-        return 0;
-    }
-    ATLOGI(3, "hiddemon status is %s, wifi_status is %d", status, wifi_status_now());
-    if (strstr(status, "running") != nullptr) {
-        signal_thread(g_Sigprocess_thread, SIGURG);
-        notify_wifi_state(1);
-        return 0;
-    }
-    notify_wifi_state(0);
-    if (strstr(status, "error") != nullptr)
-        wifi_Chan_ReInit();
-    else
-        stop_wifi_channel();
-    return 0;
 }

@@ -17,7 +17,6 @@
 #include <unistd.h>
 
 #include "core/log.h"
-#include "link/link_text.h"
 #include "platform/sysroot.h"
 
 int g_uart_fd = -1;
@@ -26,8 +25,14 @@ int g_vuart_fd = -1;
 namespace atcmd {
 namespace {
 
+// The public functions' names go into the log prefix of the shared steps
+// below, so each link's lines name UART_init or VUART_Send, as a reader
+// searching the log expects.
 struct SerialLink {
     const char *tag;
+    const char *init_fn;
+    const char *setopt_fn;
+    const char *send_fn;
     const char *fcntl_done;     // %d: what clearing the status flags returned
     const char *not_a_tty;
     const char *opened;         // %d: the descriptor (the UART's text leaves it out)
@@ -36,7 +41,10 @@ struct SerialLink {
 };
 
 constexpr SerialLink kUart = {
-    "ATCMD_UART",
+    kTagUart,
+    "UART_init",
+    "UART_setOpt",
+    "UART_Send",
     "serial fcntl=%d",
     "serial standard input is not a terminal device\n",
     "serial open success!",
@@ -45,7 +53,10 @@ constexpr SerialLink kUart = {
 };
 
 constexpr SerialLink kVuart = {
-    "ATCMD_VUART",
+    kTagVuart,
+    "VUART_init",
+    "VUART_setOpt",
+    "VUART_Send",
     "serial fcntl=%d\n",
     "serial standard input is not a terminal device!",
     "serial open successfully, vuart fd is %d!",
@@ -93,23 +104,24 @@ constexpr const char *kLineErrorText[] = {
 int set_line(const SerialLink &link, int fd, int baud, int bits, char parity, int stop) {
     termios current;
     if (tcgetattr(fd, &current) != 0) {
-        ATLOG(0, ANDROID_LOG_ERROR, link.tag, "serial SetupSerial 1");
+        ATLOGE_FN(link.setopt_fn, 0, link.tag, "serial SetupSerial 1");
         return -1;
     }
     termios settings;
     LineError err = make_line_settings(baud, bits, parity, stop, &settings);
     if (err != LineError::kNone) {
-        ATLOG(4, ANDROID_LOG_INFO, link.tag, "%s", kLineErrorText[static_cast<int>(err)]);
+        ATLOGI_FN(link.setopt_fn, 4, link.tag, "%s", kLineErrorText[static_cast<int>(err)]);
         return -1;
     }
     if (!baud_is_known(baud))
-        ATLOG(4, ANDROID_LOG_INFO, link.tag, "serial Sorry, Unsupported baud rate, set default 9600!");
+        ATLOGI_FN(link.setopt_fn, 4, link.tag,
+                  "serial Sorry, Unsupported baud rate, set default 9600!");
     tcflush(fd, TCIFLUSH);
     if (tcsetattr(fd, TCSANOW, &settings) != 0) {
         perror("SetupSerial 3");
         return -1;
     }
-    ATLOG(4, ANDROID_LOG_INFO, link.tag, "Serial set done!");
+    ATLOGI_FN(link.setopt_fn, 4, link.tag, "Serial set done!");
     return 0;
 }
 
@@ -118,25 +130,25 @@ int set_line(const SerialLink &link, int fd, int baud, int bits, char parity, in
 int configure_opened(const SerialLink &link, int *fd, const char *path) {
     int r = fcntl(*fd, F_SETFL, 0);  // blocking reads from here on
     if (r < 0)
-        ATLOG(4, ANDROID_LOG_INFO, link.tag, "serial fcntl failed!");
+        ATLOGI_FN(link.init_fn, 4, link.tag, "serial fcntl failed!");
     else
-        ATLOG_TEXT(4, ANDROID_LOG_INFO, link.tag, link.fcntl_done, r);
+        ATLOG_TEXT_FN(link.init_fn, 4, ANDROID_LOG_INFO, link.tag, link.fcntl_done, r);
 
     if (!isatty(*fd)) {
-        ATLOG(4, ANDROID_LOG_INFO, link.tag, "%s", link.not_a_tty);
+        ATLOGI_FN(link.init_fn, 4, link.tag, "%s", link.not_a_tty);
         close(*fd);
         return -1;
     }
-    ATLOG_TEXT(4, ANDROID_LOG_INFO, link.tag, link.opened, *fd);
+    ATLOG_TEXT_FN(link.init_fn, 4, ANDROID_LOG_INFO, link.tag, link.opened, *fd);
 
     if (set_line(link, *fd, kLineBaud, 8, 'n', 1) != 0) {
-        ATLOG(4, ANDROID_LOG_INFO, link.tag, "%s", link.setopt_failed);
+        ATLOGI_FN(link.init_fn, 4, link.tag, "%s", link.setopt_failed);
         close(*fd);
         return -1;
     }
     tcflush(*fd, TCIOFLUSH);
     fcntl(*fd, F_SETFL, 0);
-    ATLOG_TEXT(3, ANDROID_LOG_INFO, link.tag, link.ready, path, *fd);
+    ATLOG_TEXT_FN(link.init_fn, 3, ANDROID_LOG_INFO, link.tag, link.ready, path, *fd);
     return 0;
 }
 
@@ -158,11 +170,11 @@ int serial_recv(int fd, char *buf, int len, int timeout_ms) {
 int serial_send(const SerialLink &link, int fd, const char *data, int len) {
     ssize_t n = len >= 0 ? write(fd, data, static_cast<size_t>(len)) : -1;
     if (n < len || n < 0) {
-        ATLOG(4, ANDROID_LOG_INFO, link.tag, "serial write device error\n");
+        ATLOGI_FN(link.send_fn, 4, link.tag, "serial write device error\n");
         tcflush(fd, TCOFLUSH);
         return -1;
     }
-    ATLOG(4, ANDROID_LOG_INFO, link.tag, "serial send data is %s", data);
+    ATLOGI_FN(link.send_fn, 4, link.tag, "serial send data is %s", data);
     return len;
 }
 
@@ -225,7 +237,7 @@ using atcmd::kVuart;
 int UART_init(int *fd) {
     *fd = open(atcmd::SysPath(atcmd::kUartPath).c_str(), atcmd::kOpenFlags);
     if (*fd < 0) {
-        ATLOG(0, ANDROID_LOG_ERROR, kUart.tag, "open AMLOGIC UART fails");
+        ATLOGE(0, kUart.tag, "open AMLOGIC UART fails");
         return -1;
     }
     return atcmd::configure_opened(kUart, fd, atcmd::kUartPath);
@@ -233,8 +245,8 @@ int UART_init(int *fd) {
 
 int VUART_init(int *fd, int64_t acm) {
     if (!atcmd::acm_number_fits(acm)) {
-        ATLOG(0, ANDROID_LOG_ERROR, kVuart.tag, "ttyACM number %lld does not fit the device path",
-              static_cast<long long>(acm));
+        ATLOGE(0, kVuart.tag, "ttyACM number %lld does not fit the device path",
+               static_cast<long long>(acm));
         return -1;
     }
     char path[16];
@@ -243,8 +255,8 @@ int VUART_init(int *fd, int64_t acm) {
     if (*fd < 0) {
         int err = errno;
         // The stored descriptor (-1) is logged where the error number is named.
-        ATLOG(0, ANDROID_LOG_ERROR, kVuart.tag,
-              "open serial %s fails, error num is %d, error num is %s", path, *fd, strerror(err));
+        ATLOGE(0, kVuart.tag, "open serial %s fails, error num is %d, error num is %s", path, *fd,
+               strerror(err));
         return -1;
     }
     return atcmd::configure_opened(kVuart, fd, path);
@@ -266,7 +278,9 @@ int VUART_Recv(int fd, char *buf, int len, int timeout_ms) {
     return atcmd::serial_recv(fd, buf, len, timeout_ms);
 }
 
-int UART_Send(int fd, const char *data, int len) { return atcmd::serial_send(kUart, fd, data, len); }
+int UART_Send(int fd, const char *data, int len) {
+    return atcmd::serial_send(kUart, fd, data, len);
+}
 
 int VUART_Send(int fd, const char *data, int len) {
     return atcmd::serial_send(kVuart, fd, data, len);

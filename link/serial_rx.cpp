@@ -3,7 +3,6 @@
 // thread. The UART thread lives as long as the service and re-opens the UART
 // itself; the virtual UART thread lives while the accessory's ACM node does
 // and ends itself, telling the signal thread with SIGUSR2.
-#define LOG_TAG "ATCMD_MANAGE"
 #include "link/serial_rx.h"
 
 #include <signal.h>
@@ -11,18 +10,15 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
+#include "core/delays.h"
+#include "core/device_state.h"
 #include "core/log.h"
-#include "core/service.h"
+#include "core/threads.h"
 
 namespace atcmd {
 namespace {
 
 constexpr int kWaitForever = -1;
-// Pause before another attempt at a UART that cannot be read or opened, so
-// a dead port costs one attempt (and one notice to the client) a second.
-constexpr useconds_t kUartRetryPauseUs = 1000 * 1000;
-// Pause after a failed virtual UART read, before looking for the node.
-constexpr useconds_t kVuartRecheckPauseUs = 300 * 1000;
 
 // The parser copies each line it finds; the scratch record only carries
 // the header fields common to the batch.
@@ -48,18 +44,19 @@ void reopen_uart() {
 
 // usb_connected of the device's USB status; no device counts as unplugged.
 int32_t usb_connected() {
-    atcmdprocess_device_t *dev = g_patcmd_dev;
-    if (dev == nullptr) {
-        ATLOGE(0, "no device, usb counted as unplugged");
+    const system_status_t *st = device_status();
+    if (st == nullptr) {
+        ATLOGE_FN(kVuartRx.thread, 0, kTagManage, "no device, usb counted as unplugged");
         return 0;
     }
-    return dev->system_status.usbdev_sts.usb_connected;
+    return st->usbdev_sts.usb_connected;
 }
 
 // The two endings of the virtual UART thread differ on purpose in their
 // order and in whether SIGUSR2 depends on the plugged flag.
 void *vuart_disappeared() {
-    ATLOGI(3, "ACM device disappear, atcmder_VuartRx_thread will die!");
+    ATLOGI_FN(kVuartRx.thread, 3, kTagManage,
+              "ACM device disappear, atcmder_VuartRx_thread will die!");
     signal_thread(g_Sigprocess_thread, SIGUSR2);
     g_VuartRx_thread = 0;
     return nullptr;
@@ -68,7 +65,8 @@ void *vuart_disappeared() {
 void *vuart_not_found() {
     g_VuartRx_thread = 0;
     if (usb_connected() == 1) signal_thread(g_Sigprocess_thread, SIGUSR2);
-    ATLOGI(3, "ACM device can not find, atcmder_VuartRx_thread will die!");
+    ATLOGI_FN(kVuartRx.thread, 3, kTagManage,
+              "ACM device can not find, atcmder_VuartRx_thread will die!");
     return nullptr;
 }
 
@@ -96,11 +94,12 @@ bool receive_once(const SerialRx &link, int fd, RxBatch *batch) {
     case BatchState::kPartial:
         break;
     case BatchState::kTooLong:
-        ATLOG_TEXT(3, ANDROID_LOG_INFO, LOG_TAG, link.too_long, batch->text());
+        ATLOG_TEXT_FN(link.thread, 3, ANDROID_LOG_INFO, kTagManage, link.too_long, batch->text());
         batch->clear();
         break;
     case BatchState::kComplete:
-        ATLOG_TEXT(3, ANDROID_LOG_INFO, LOG_TAG, link.batch, strlen(batch->text()), batch->text());
+        ATLOG_TEXT_FN(link.thread, 3, ANDROID_LOG_INFO, kTagManage, link.batch,
+                      strlen(batch->text()), batch->text());
         hand_to_parser(batch->text(), link.source());
         batch->clear();
         break;
@@ -117,7 +116,7 @@ using namespace atcmd;
 // negative it is not read at all.
 void *atcmder_uartRx_thread(void *) {
     prctl(PR_SET_NAME, "uartRx_thread");
-    ATLOGI(3, "atcmder_uartRx_thread is running!");
+    ATLOGI(3, kTagManage, "atcmder_uartRx_thread is running!");
     RxBatch batch;
     bool failing = false;  // nothing received since the last re-initialisation
     for (;;) {
@@ -127,9 +126,9 @@ void *atcmder_uartRx_thread(void *) {
                 failing = false;
                 continue;
             }
-            ATLOGI(3, "uart cannot receive data, uart will be re-init!");
+            ATLOGI(3, kTagManage, "uart cannot receive data, uart will be re-init!");
         }
-        if (failing) usleep(kUartRetryPauseUs);
+        if (failing) usleep(g_delays.uart_retry_pause);
         failing = true;
         reopen_uart();
     }
@@ -142,12 +141,12 @@ void *atcmder_uartRx_thread(void *) {
 void *atcmder_VuartRx_thread(void *) {
     RxBatch batch;
     prctl(PR_SET_NAME, "VuartRx_thread");
-    ATLOGI(3, "atcmder_VuartRx_thread is running!");
+    ATLOGI(3, kTagManage, "atcmder_VuartRx_thread is running!");
     pthread_detach(pthread_self());
     for (int fd = g_vuart_fd; fd != -1; fd = g_vuart_fd) {
         if (receive_once(kVuartRx, fd, &batch)) continue;
-        ATLOGI(3, "Vuart cannot receive data!");
-        usleep(kVuartRecheckPauseUs);
+        ATLOGI(3, kTagManage, "Vuart cannot receive data!");
+        usleep(g_delays.vuart_recheck_pause);
         if (usb_connected() == 0 || scan_acm_devices() == 0) return vuart_disappeared();
     }
     return vuart_not_found();

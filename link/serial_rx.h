@@ -8,7 +8,7 @@
 #include <stdint.h>
 
 #include "atcmdprocess.h"
-#include "link/link_text.h"
+#include "core/log.h"
 
 namespace atcmd {
 
@@ -38,6 +38,7 @@ private:
 // What tells one link's receive thread from another's: its texts, how it
 // reads, and which endpoint its lines come from.
 struct SerialRx {
+    const char *thread;    // the receive thread, as its log lines name it
     const char *too_long;  // %s: the dropped bytes
     const char *batch;     // %zu %s: length and text of a complete batch
     int (*recv)(int fd, char *buf, int len, int timeout_ms);
@@ -47,12 +48,14 @@ struct SerialRx {
 constexpr uint8_t from_mcu() { return ATCMD_EP_MCU; }
 
 inline constexpr SerialRx kUartRx = {
+    "atcmder_uartRx_thread",
     "Uart receive data length is too long, skip it, receive data is %s ",
     "Uart rcv data length is %zu, receive data is %s",
     UART_Recv,
     from_mcu,
 };
 inline constexpr SerialRx kVuartRx = {
+    "atcmder_VuartRx_thread",
     "Vuart receive data length is too long, skip it, receive data is %s ",
     "Vuart receive data length is %zu, receive data is %s",
     VUART_Recv,

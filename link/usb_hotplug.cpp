@@ -5,7 +5,6 @@
 // (kavren_plugged), opens the virtual UART and starts or ends its receive
 // thread. There is no lock: the signal carries the event, the globals its
 // subject, and a second quick event may overwrite the name first.
-#define LOG_TAG "ATCMD_HOTPLUG"
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -22,9 +21,9 @@
 #include <unistd.h>
 
 #include "atcmdprocess.h"
+#include "core/device_state.h"
 #include "core/log.h"
-#include "core/service.h"
-#include "hal/notify.h"
+#include "core/threads.h"
 #include "platform/sysroot.h"
 
 int64_t g_dev_ACM = -1;
@@ -33,13 +32,16 @@ int fd_inotify_input = -1;
 int epfd_hid_devs = -1;
 pthread_t g_find_acmdev_thread;
 
+using atcmd::kTagHotplug;
+using atcmd::kTagManage;
+
 namespace {
 
 constexpr char kAcmPrefix[] = "ttyACM";
-constexpr char kManageTag[] = "ATCMD_MANAGE";
 constexpr int kMaxEpollEvents = 20;
 constexpr size_t kEventBufferSize = 4096;
-constexpr uint16_t kUsbStateCmdId = 16;  // "+USBSTATE" row of the command table
+// The watcher's steps below log as the function that reads the events.
+constexpr char kEventFn[] = "dev_event_process";
 
 // The accessory's USB vendor and product ids, lower-case hex, as the kernel
 // writes them on the PRODUCT line of a node's uevent.
@@ -50,12 +52,13 @@ void tell_signal_thread(int sig) { atcmd::signal_thread(g_Sigprocess_thread, sig
 
 void node_created(const char *name, bool is_dir) {
     if (is_dir) {
-        ATLOGI(4, "New directory %s created.", name);
+        ATLOGI_FN(kEventFn, 4, kTagHotplug, "New directory %s created.", name);
         return;
     }
     int64_t n = parse_dev_name(name);
     if (n == -1) return;
-    ATLOGI(4, "New file %s created, dev_ACM is %ld.", name, static_cast<long>(n));
+    ATLOGI_FN(kEventFn, 4, kTagHotplug, "New file %s created, dev_ACM is %ld.", name,
+              static_cast<long>(n));
     g_dev_ACM = n;
     tell_signal_thread(SIGUSR1);
 }
@@ -63,14 +66,15 @@ void node_created(const char *name, bool is_dir) {
 // g_dev_ACM keeps the removed node's number.
 void node_deleted(const char *name, bool is_dir) {
     if (is_dir) {
-        ATLOGI(4, "Directory %s deleted.", name);
+        ATLOGI_FN(kEventFn, 4, kTagHotplug, "Directory %s deleted.", name);
         return;
     }
-    ATLOGI(4, "File %s deleted.", name);
+    ATLOGI_FN(kEventFn, 4, kTagHotplug, "File %s deleted.", name);
     if (parse_dev_name(name) == -1) return;
     tell_signal_thread(SIGUSR2);
-    ATLOGI(4, "event->name %s unplugged, vuart thread has been killed, g_vuart_fd is %d", name,
-           g_vuart_fd);
+    ATLOGI_FN(kEventFn, 4, kTagHotplug,
+              "event->name %s unplugged, vuart thread has been killed, g_vuart_fd is %d", name,
+              g_vuart_fd);
 }
 
 }  // namespace
@@ -85,17 +89,17 @@ int64_t parse_dev_name(const char *name) {
 // Every ACM node present is announced, so with several the last one read
 // from the directory is the one g_dev_ACM and g_dev_ACM_name name.
 int scan_acm_devices(void) {
-    ATLOGI(3, "scan_acm_devices begin!");
+    ATLOGI(3, kTagHotplug, "scan_acm_devices begin!");
     DIR *dir = opendir(atcmd::SysPath("/dev").c_str());
     if (dir == nullptr) {
-        ATLOGE(0, "Could not open directory\n");
+        ATLOGE(0, kTagHotplug, "Could not open directory\n");
         return 0;
     }
     int found = 0;
     while (const dirent *entry = readdir(dir)) {
         int64_t n = parse_dev_name(entry->d_name);
         if (n == -1) continue;
-        ATLOGI(4, "ttyACM %ld is found", static_cast<long>(n));
+        ATLOGI(4, kTagHotplug, "ttyACM %ld is found", static_cast<long>(n));
         g_dev_ACM = n;
         tell_signal_thread(SIGUSR1);
         found = 1;
@@ -108,12 +112,12 @@ int inotify_input_event(void) {
     int fd = inotify_init1(IN_CLOEXEC);
     if (fd < 0) {
         int err = errno;
-        ATLOGE(0, "inotify_init, errno:%d, errstr:%s\n", err, strerror(err));
+        ATLOGE(0, kTagHotplug, "inotify_init, errno:%d, errstr:%s\n", err, strerror(err));
         return -1;
     }
     if (inotify_add_watch(fd, atcmd::SysPath("/dev").c_str(), IN_CREATE | IN_DELETE) < 0) {
         int err = errno;
-        ATLOGE(0, "inotify_add_watch, errno:%d, errstr:%s\n", err, strerror(err));
+        ATLOGE(0, kTagHotplug, "inotify_add_watch, errno:%d, errstr:%s\n", err, strerror(err));
         close(fd);
         return -1;
     }
@@ -126,12 +130,12 @@ int dev_hotplug_init(void) {
     epfd_hid_devs = epoll_create1(EPOLL_CLOEXEC);
     if (epfd_hid_devs < 0) {
         int err = errno;
-        ATLOGE(0, "Create epoll instance, errno:%d, errstr:%s\n", err, strerror(err));
+        ATLOGE(0, kTagHotplug, "Create epoll instance, errno:%d, errstr:%s\n", err, strerror(err));
         return -6;
     }
     fd_inotify_input = inotify_input_event();
     if (fd_inotify_input < 0) {
-        ATLOGE(0, "inotify_input_event\n");
+        ATLOGE(0, kTagHotplug, "inotify_input_event\n");
         close(epfd_hid_devs);
         epfd_hid_devs = -1;
         return -22;
@@ -146,11 +150,11 @@ int dev_hotplug_init(void) {
     ev.data.fd = fd_inotify_input;
     if (epoll_ctl(epfd_hid_devs, EPOLL_CTL_ADD, fd_inotify_input, &ev) < 0) {
         int err = errno;
-        ATLOGE(0, "Set epoll_ctl, errno:%d, errstr:%s\n", err, strerror(err));
+        ATLOGE(0, kTagHotplug, "Set epoll_ctl, errno:%d, errstr:%s\n", err, strerror(err));
     }
 
     if (pthread_create(&g_find_acmdev_thread, nullptr, handler_acm_devs_epoll, nullptr) != 0) {
-        ATLOGE(0, "pthread_create error\n");
+        ATLOGE(0, kTagHotplug, "pthread_create error\n");
         return -4;
     }
     return 0;
@@ -159,7 +163,7 @@ int dev_hotplug_init(void) {
 // The watcher thread; it runs for the life of the process.
 void *handler_acm_devs_epoll(void *) {
     prctl(PR_SET_NAME, "devEpoll_process");  // the kernel keeps 15 characters of it
-    ATLOGI(3, "handler_acm_devs_epoll thread is running");
+    ATLOGI(3, kTagHotplug, "handler_acm_devs_epoll thread is running");
     epoll_event events[kMaxEpollEvents];
     for (;;) {
         int n = epoll_wait(epfd_hid_devs, events, kMaxEpollEvents, -1);
@@ -175,7 +179,7 @@ int dev_event_process(void) {
     ssize_t n = read(fd_inotify_input, buf, sizeof buf);
     if (n < 0) {
         int err = errno;
-        ATLOGE(0, "read, errno:%d, errstr:%s", err, strerror(err));
+        ATLOGE(0, kTagHotplug, "read, errno:%d, errstr:%s", err, strerror(err));
         return -1;
     }
     size_t end = static_cast<size_t>(n);
@@ -198,35 +202,34 @@ int dev_event_process(void) {
 int kavren_plugged(void) {
     char path[128];
     snprintf(path, sizeof path, "/sys/class/tty/%s/device/uevent", g_dev_ACM_name);
-    ATLOG(4, ANDROID_LOG_INFO, kManageTag, "ttyACM node name:%s", path);
+    ATLOGI(4, kTagManage, "ttyACM node name:%s", path);
     int fd = open(atcmd::SysPath(path).c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) {
-        ATLOG(0, ANDROID_LOG_ERROR, kManageTag, "open node fail.");
+        ATLOGE(0, kTagManage, "open node fail.");
         return 0;
     }
     char text[1024];
     ssize_t n = read(fd, text, sizeof text - 1);
     text[n > 0 ? n : 0] = '\0';
-    ATLOG(4, ANDROID_LOG_INFO, kManageTag, "buf_read %s", text);
+    ATLOGI(4, kTagManage, "buf_read %s", text);
     close(fd);
 
     char match[32];
     snprintf(match, sizeof match, "PRODUCT=%s/%s", kVendorId, kProductId);
-    ATLOG(4, ANDROID_LOG_INFO, kManageTag, "buf_match %s", match);
+    ATLOGI(4, kTagManage, "buf_match %s", match);
     return strstr(text, match) != nullptr ? 1 : 0;
 }
 
 // The client receives the plugged flag first, then the accessory's device
 // value: the reverse of the order they are stored in.
 void notify_usbevent(void) {
-    atcmdprocess_device_t *dev = g_patcmd_dev;
-    if (dev == nullptr) {
-        ATLOGE(0, "no device, usb event not sent");
+    const system_status_t *st = atcmd::device_status();
+    if (st == nullptr) {
+        ATLOGE(0, kTagHotplug, "no device, usb event not sent");
         return;
     }
-    int32_t evt[2] = {dev->system_status.usbdev_sts.usb_connected,
-                      dev->system_status.usbdev_sts.usb_devinfo};
-    ATLOGI(4, "Notify usb evt %d %d", evt[0], evt[1]);
-    AT_CMD_CbMsg_t msg = {kUsbStateCmdId, 0, evt};
+    int32_t evt[2] = {st->usbdev_sts.usb_connected, st->usbdev_sts.usb_devinfo};
+    ATLOGI(4, kTagHotplug, "Notify usb evt %d %d", evt[0], evt[1]);
+    AT_CMD_CbMsg_t msg = {ATCMD_ID_USBSTATE, 0, evt};
     atcmd::notify_client(&msg);
 }

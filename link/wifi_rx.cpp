@@ -2,14 +2,14 @@
 // /dev/fifo_rx (relayed by the HID daemon) and hands whole batches of lines
 // to the frame parser, exactly as the serial receive threads do. It never
 // closes anything itself: stop_wifi_channel ends it with SIGALRM and joins it.
-#define LOG_TAG "ATCMD_MANAGE"
 #include <signal.h>
 #include <sys/epoll.h>
 #include <sys/prctl.h>
 #include <unistd.h>
 
+#include "core/device_state.h"
 #include "core/log.h"
-#include "core/service.h"
+#include "core/threads.h"
 #include "link/serial_rx.h"
 
 namespace {
@@ -34,13 +34,14 @@ int fifo_recv(int, char *buf, int len, int) {
 // Platform 2 hears the MPHONE peer over WiFi, platform 1 the local client's
 // counterpart; any other platform leaves the source unset.
 uint8_t wifi_source() {
-    int platform = g_patcmd_dev != nullptr ? g_patcmd_dev->system_status.platform : 0;
-    if (platform == 2) return ATCMD_EP_MPHONE;
-    if (platform == 1) return ATCMD_EP_CLIENT;
+    const int32_t platform = atcmd::current_platform();
+    if (platform == ATCMD_PLATFORM_UART) return ATCMD_EP_MPHONE;
+    if (platform == ATCMD_PLATFORM_VUART) return ATCMD_EP_CLIENT;
     return 0;
 }
 
 constexpr atcmd::SerialRx kWifiRx = {
+    "atcmder_wifiRx_thread",
     "wifi receive data length is too long, skip it, receive data is %s ",
     "Wifi receive data length is %zu, receive data is %s",
     fifo_recv,
@@ -55,14 +56,14 @@ static_assert(atcmd::has_conversions(kWifiRx.too_long, "s") &&
 void *atcmder_wifiRx_thread(void *) {
     atcmd::RxBatch batch;
     prctl(PR_SET_NAME, "wifiRx_thread");
-    ATLOGI(3, "atcmder_wifiRx_thread is running!");
+    ATLOGI(3, atcmd::kTagManage, "atcmder_wifiRx_thread is running!");
 
     atcmd::install_thread_exit_handler();
 
     while (g_fifo_rx_fd >= 0) {
         if (!atcmd::receive_once(kWifiRx, g_fifo_rx_fd, &batch)) usleep(kFailedWaitPauseUs);
     }
-    g_wifiRx_thread = 0;
-    ATLOGI(3, "atcmder_wifiRx_thread exits!");
+    atcmd::leave_alarm_thread(&g_wifiRx_thread);
+    ATLOGI(3, atcmd::kTagManage, "atcmder_wifiRx_thread exits!");
     return nullptr;
 }

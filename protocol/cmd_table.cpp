@@ -1,7 +1,6 @@
 // AT_CMDS, the one table of the AT vocabulary, and its two lookups. A row's
 // index is the command number the client sees (cmd_id), so rows are never
 // reordered, inserted or removed.
-#define LOG_TAG "ATCMD_PARSE"
 #include "protocol/cmd_table.h"
 
 #include <string.h>
@@ -32,31 +31,35 @@ constexpr int cmd_row(const char *name) {
     return atcmd::at_exact_index(AT_CMDS, ATCMD_NUM_CMDS, name);
 }
 
-// What the client and the accessory count on.
-static_assert(cmd_row("+SHUTDOWN") == 3 && cmd_row("+USBSTATE") == 16 &&
-                  cmd_row("+ERROR") == atcmd::kCmdError && cmd_row("+DTR") == atcmd::kCmdDtr,
-              "rows the service itself names");
-static_assert(cmd_row("+BATCG") == atcmd::kCmdBatcg && cmd_row("+HALLCG") == atcmd::kCmdHallcg &&
-                  cmd_row("+HRM") == atcmd::kCmdHrm,
-              "unsolicited report rows");
-static_assert(cmd_row("+VER") == 11 && cmd_row("+BT") == 21 && cmd_row("+PT") == 37 &&
-                  cmd_row("+WT") == 38,
-              "command lines match names exactly");
+// Every row's name in the public header is its row here, exactly.
+#define ROW_IS(name) (cmd_row("+" #name) == ATCMD_ID_##name)
+static_assert(ROW_IS(REBOOT) && ROW_IS(UPGRADE) && ROW_IS(RECOVERY) && ROW_IS(SHUTDOWN) &&
+                  ROW_IS(POWEROFF) && ROW_IS(RESET) && ROW_IS(STARTUP) && ROW_IS(BTMAC) &&
+                  ROW_IS(BLEMAC) && ROW_IS(BAT) && ROW_IS(STATE) && ROW_IS(VER) && ROW_IS(HALL) &&
+                  ROW_IS(SN) && ROW_IS(SID) && ROW_IS(TYPE) && ROW_IS(USBSTATE) && ROW_IS(SCREEN) &&
+                  ROW_IS(WIFICON) && ROW_IS(MICMODE) && ROW_IS(WIFI) && ROW_IS(BT) &&
+                  ROW_IS(TIME) && ROW_IS(OK) && ROW_IS(ERROR) && ROW_IS(SLEEP) && ROW_IS(BATCG) &&
+                  ROW_IS(BKL) && ROW_IS(MODE) && ROW_IS(ACC) && ROW_IS(LIGHT) && ROW_IS(HALLCG) &&
+                  ROW_IS(TEST) && ROW_IS(HRM) && ROW_IS(DTR) && ROW_IS(PTEST) && ROW_IS(MMI1) &&
+                  ROW_IS(PT) && ROW_IS(WT) && ATCMD_ID_WT + 1 == ATCMD_NUM_CMDS,
+              "the public row names match AT_CMDS");
+#undef ROW_IS
+
 // The response-name prefix rule and its consequences.
-static_assert(res_row("+BT") == 7 && res_row("+WIFI") == 18 && res_row("+PT") == 35 &&
-                  res_row("+") == 0,
+static_assert(res_row("+BT") == ATCMD_ID_BTMAC && res_row("+WIFI") == ATCMD_ID_WIFICON &&
+                  res_row("+PT") == ATCMD_ID_PTEST && res_row("+") == ATCMD_ID_REBOOT,
               "short response names land on the first row they begin");
-static_assert(res_row("+BAT") == 9 && res_row("+BATCG") == 26 && res_row("+HALL") == 12 &&
-                  res_row("+HALLCG") == 31,
+static_assert(res_row("+BAT") == ATCMD_ID_BAT && res_row("+BATCG") == ATCMD_ID_BATCG &&
+                  res_row("+HALL") == ATCMD_ID_HALL && res_row("+HALLCG") == ATCMD_ID_HALLCG,
               "+BAT and +HALL stand before +BATCG and +HALLCG");
-static_assert(res_row("+OKAY") == -1 && cmd_row("+VE") == -1, "no row");
+static_assert(res_row("+OKAY") == -1 && cmd_row("+VE") == -1 && cmd_row("+VERX") == -1, "no row");
 
 }  // namespace
 
 int findAtCmdIdx(const char *text, uint8_t *idx) {
     if (text == nullptr || idx == nullptr) return 0;
     if (strlen(text) < 4 || text[0] != 'A' || text[1] != 'T') {
-        ATLOGE(0, "Invalidate AT command!");
+        ATLOGE(0, atcmd::kTagParse, "Invalidate AT command!");
         return 0;
     }
     int row = atcmd::at_exact_index(AT_CMDS, ATCMD_NUM_CMDS, text + 2);

@@ -12,14 +12,8 @@
 namespace atcmd {
 
 // Rows whose received lines are unsolicited reports (type 5).
-constexpr uint8_t kCmdBatcg = 26;
-constexpr uint8_t kCmdHallcg = 31;
-constexpr uint8_t kCmdHrm = 33;
-constexpr uint8_t kCmdError = 24;
-constexpr uint8_t kCmdDtr = 34;
-
 constexpr bool is_unsolicited_cmd(uint8_t idx) {
-    return idx == kCmdBatcg || idx == kCmdHallcg || idx == kCmdHrm;
+    return idx == ATCMD_ID_BATCG || idx == ATCMD_ID_HALLCG || idx == ATCMD_ID_HRM;
 }
 
 constexpr size_t const_strlen(const char *s) {

@@ -2,12 +2,16 @@
 // line as received ("+NAME=value#seq&flag\r\n") and starts after its first
 // '='. The text comes straight from the accessory or a network peer, so no
 // copy may run past the caller's field, whatever the line holds.
-#define LOG_TAG "ATCMD_PARSE"
+#include "protocol/fields.h"
+
 #include <stdlib.h>
 #include <string.h>
 
 #include "atcmdprocess.h"
 #include "core/log.h"
+
+using atcmd::kTagParse;
+using atcmd::kVerSlots;
 
 namespace {
 
@@ -58,16 +62,6 @@ constexpr StateWord kStateWords[] = {
     {"INIT", 7}, {"UPDATE", 5}, {"NOACK", 6},
 };
 
-struct VerSlot {
-    size_t offset;
-    size_t size;
-};
-
-constexpr VerSlot kVerSlots[] = {{0, 32},   {32, 32},  {64, 32}, {96, 64},
-                                 {160, 32}, {192, 32}, {224, 32}};
-constexpr size_t kVerBlockSize = 256;
-static_assert(kVerSlots[6].offset + kVerSlots[6].size == kVerBlockSize, "slots fill the block");
-
 }  // namespace
 
 unsigned int getvalue_fromCmdString(const char *line, int64_t *value) {
@@ -106,12 +100,12 @@ unsigned int getstate_fromCmdString(const char *line, int32_t *state) {
 namespace {
 
 // The list helpers differ only in their count and in the message that names
-// the record on failure.
+// the record on failure; the message carries the helper's public name.
 template <size_t N>
-unsigned int number_list(const char *line, int32_t *out, const char *what) {
+unsigned int number_list(const char *func, const char *line, int32_t *out, const char *what) {
     if (line == nullptr || out == nullptr) return kErrValue;
     if (!read_number_list<N>(line, out)) {
-        ATLOGE(0, "%s, raw data is %s! ", what, line);
+        ATLOGE_FN(func, 0, kTagParse, "%s, raw data is %s! ", what, line);
         return kErrValue;
     }
     return 0;
@@ -120,30 +114,30 @@ unsigned int number_list(const char *line, int32_t *out, const char *what) {
 }  // namespace
 
 unsigned int getBatinfo_fromCmdString(const char *line, int32_t out[6]) {
-    return number_list<6>(line, out, "Batinfo para error");
+    return number_list<6>(__func__, line, out, "Batinfo para error");
 }
 
 unsigned int getTmpinfo_fromCmdString(const char *line, int32_t out[2]) {
-    return number_list<2>(line, out, "Tmpinfo para error");
+    return number_list<2>(__func__, line, out, "Tmpinfo para error");
 }
 
 unsigned int getUsbDevinfo_fromCmdString(const char *line, int32_t out[2]) {
-    return number_list<2>(line, out, "usbstate para error");
+    return number_list<2>(__func__, line, out, "usbstate para error");
 }
 
 unsigned int getHALLinfo_fromCmdString(const char *line, int32_t out[3]) {
-    return number_list<3>(line, out, "get Hall info error");
+    return number_list<3>(__func__, line, out, "get Hall info error");
 }
 
 unsigned int getACCinfo_fromCmdString(const char *line, int32_t out[3]) {
-    return number_list<3>(line, out, "get Acc sensor info error");
+    return number_list<3>(__func__, line, out, "get Acc sensor info error");
 }
 
 // "+VER=" label:value,label:value,...,label:value#seq&flag: seven values,
 // labels skipped. Items read before a failure stay in the block.
 unsigned int getVerInfo_fromCmdString(const char *line, char block[256]) {
     if (block == nullptr) return kErrDelimiter;
-    memset(block, 0, kVerBlockSize);
+    memset(block, 0, atcmd::kVerBlockSize);
     if (line == nullptr) return kErrDelimiter;
     const char *pos = line;
     for (size_t i = 0; i < 7; ++i) {
@@ -160,7 +154,7 @@ unsigned int getVerInfo_fromCmdString(const char *line, char block[256]) {
             copy_bounded(slot, kVerSlots[i].size, "NULL", 4);
         else
             copy_bounded(slot, kVerSlots[i].size, colon + 1, n);
-        ATLOGI(4, "ver item %d is %s", static_cast<int>(i), slot);
+        ATLOGI(4, kTagParse, "ver item %d is %s", static_cast<int>(i), slot);
         pos = end;
     }
     return 0;

@@ -4,13 +4,14 @@
 // once; all state lives on the caller's stack and in the caller's scratch
 // record, so the routine is re-entrant. No state survives a call: a line
 // that is unfinished at the end of the buffer is dropped.
-#define LOG_TAG "ATCMD_PARSE"
 #include <stdlib.h>
 #include <string.h>
 
 #include "atcmdprocess.h"
 #include "core/log.h"
 #include "protocol/cmd_table.h"
+
+using atcmd::kTagParse;
 
 namespace {
 
@@ -43,6 +44,11 @@ int cmd_Parse_from_buffer(AtCmder_t *cmd, const char *buffer) {
     size_t seq_start = 0;  // where the number behind '#' starts in text
     size_t flag_start = 0;
     size_t pos = 0;
+    // Unsupported text is skipped to the next line end. The end found is
+    // kept (len: there is none), since searching afresh from every skipped
+    // character would be quadratic on long text without one.
+    size_t next_nl = 0;
+    bool nl_known = false;
 
     auto store = [&](char c) { text[count++] = c; };
     // Text stored so far as a C string, for lookups and log lines. The NUL
@@ -73,7 +79,7 @@ int cmd_Parse_from_buffer(AtCmder_t *cmd, const char *buffer) {
         if (count >= kMaxLine) {
             // The old text is deliberately not cleared: a line that starts
             // here overwrites it from the first position.
-            ATLOGI(4, "Cmd  is too long and not supported!");
+            ATLOGI(4, kTagParse, "Cmd  is too long and not supported!");
             count = 0;
             state = State::kIdle;
         }
@@ -87,9 +93,14 @@ int cmd_Parse_from_buffer(AtCmder_t *cmd, const char *buffer) {
                 store(c);
                 state = State::kCommandName;
             } else {
-                const char *nl = strchr(buffer + pos, '\n');
-                pos = nl != nullptr ? static_cast<size_t>(nl - buffer) : pos;
-                ATLOGI(4, "Cmd is not supported!");
+                if (!nl_known || next_nl < pos) {
+                    const char *nl =
+                        static_cast<const char *>(memchr(buffer + pos, '\n', len - pos));
+                    next_nl = nl != nullptr ? static_cast<size_t>(nl - buffer) : len;
+                    nl_known = true;
+                }
+                if (next_nl < len) pos = next_nl;
+                ATLOGI(4, kTagParse, "Cmd is not supported!");
                 memset(text, 0, ATCMD_TEXT_MAX);
             }
             ++pos;
@@ -100,7 +111,7 @@ int cmd_Parse_from_buffer(AtCmder_t *cmd, const char *buffer) {
             if (c != '\r' && c != '=' && c != '#') break;
             uint8_t idx = 0;
             if (!findResCmdIdx(stored(), &idx)) {
-                ATLOGI(3, "Cmd  %s is not supported!", text);
+                ATLOGI(3, kTagParse, "Cmd  %s is not supported!", text);
                 drop_line();
                 continue;  // Idle discards the rest of the line
             }
@@ -115,7 +126,7 @@ int cmd_Parse_from_buffer(AtCmder_t *cmd, const char *buffer) {
             if (c == '=') cmd->type = ATCMD_TYPE_SET;
             if (c == '?') cmd->type = ATCMD_TYPE_QUERY;
             if (!findAtCmdIdx(stored(), &cmd->cmd_id)) {
-                ATLOGI(3, "Cmd  %s is not supported!", text);
+                ATLOGI(3, kTagParse, "Cmd  %s is not supported!", text);
                 drop_line();
                 continue;
             }
@@ -153,14 +164,15 @@ int cmd_Parse_from_buffer(AtCmder_t *cmd, const char *buffer) {
         case State::kLineEnd:
             store(c);
             if (c != '\n') {
-                ATLOGI(3, "Cmd  %s is not supported!", stored());
+                ATLOGI(3, kTagParse, "Cmd  %s is not supported!", stored());
                 drop_line();
                 continue;  // the character may begin the next line
             }
             if (atcmd::is_unsolicited_cmd(cmd->cmd_id)) cmd->type = ATCMD_TYPE_UNSOLICITED;
             text[count] = '\0';
             atcmder_post_parse_process(cmd);
-            ATLOGI(3, "Get one line cmd: idx is %u ,  seq num is %d, flag is %d, cmd is %s",
+            ATLOGI(3, kTagParse,
+                   "Get one line cmd: idx is %u ,  seq num is %d, flag is %d, cmd is %s",
                    cmd->cmd_id, cmd->seq_num, cmd->flag, text);
             drop_line();
             ++pos;

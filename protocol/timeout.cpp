@@ -5,28 +5,32 @@
 //
 // Lock order: g_timeoutqueue_mutex, then g_txqueue_mutex (a resend enqueues
 // on Tx_head while the scan holds the timeout queue).
-#define LOG_TAG "ATCMD_PARSE"
+#include "protocol/timeout.h"
+
 #include <stdlib.h>
 #include <sys/prctl.h>
 #include <sys/time.h>
 #include <unistd.h>
 
 #include "atcmdprocess.h"
+#include "core/device_state.h"
 #include "core/lock_guard.h"
+#include "core/log.h"
 #include "core/queue.h"
-#include "hal/notify.h"
-#include "protocol/cmd_table.h"
-#include "protocol/device_status.h"
+#include "core/relaxed.h"
 #include "protocol/elapsed.h"
-#include "protocol/log_tags.h"
-#include "protocol/timeout.h"
 
 // Microseconds, in the sense of elapsed_figure. Start-up sets the value in
 // force (Init_TimeoutPara's rule); this static value counts only before that.
 uint64_t g_timeout = 50000;
 
+using atcmd::kTagManage;
+using atcmd::kTagParse;
+
 namespace {
 
+// The scan's log lines belong to the thread that runs it.
+constexpr char kTimeoutThread[] = "atcmder_Timeout_thread";
 constexpr uint8_t kMaxResends = 2;
 constexpr useconds_t kScanPeriodUs = 10000;
 constexpr int32_t kErrTimedOut = -110;  // -ETIMEDOUT
@@ -38,7 +42,7 @@ void notify_error(uint16_t seq_num, int32_t code) {
     // must stay in bounds, so a zero word follows it.
     int32_t value[2] = {code, 0};
     AT_CMD_CbMsg_t msg;
-    msg.cmd_id = atcmd::kCmdError;
+    msg.cmd_id = ATCMD_ID_ERROR;
     msg.seq_num = seq_num;
     msg.data = value;
     atcmd::notify_client(&msg);
@@ -48,11 +52,10 @@ void notify_error(uint16_t seq_num, int32_t code) {
 // its resend count; the transmit thread stamps it and queues it here anew.
 void resend_locked(atcmder_node_t *node) {
     ++node->cmd.resendtimes;
-    MANAGE_LOGI(4, "Re-send timeout cmd: %d times: %d data: %s", node->cmd.seq_num,
-                node->cmd.resendtimes, node->text);
+    ATLOGI_FN(kTimeoutThread, 4, kTagManage, "Re-send timeout cmd: %d times: %d data: %s",
+              node->cmd.seq_num, node->cmd.resendtimes, node->text);
     node->cmd.data = node->text;
-    atcmder_enqueue(&Tx_head, &g_txqueue_mutex, &node->cmd);
-    pthread_cond_signal(&txbuffer_notempty);
+    atcmd::queue_put(atcmd::kTxQueue, &node->cmd);
 }
 
 }  // namespace
@@ -70,15 +73,16 @@ void timeout_scan_locked(int64_t now_sec, int64_t now_usec) {
         }
         const uint64_t e =
             atcmd::elapsed_figure(now_sec, now_usec, node->cmd.tv_sec, node->cmd.tv_usec);
-        if (atcmd::still_waiting(e, g_timeout)) continue;
+        if (atcmd::still_waiting(e, relaxed_load(&g_timeout))) continue;
 
         if (node->cmd.resendtimes < kMaxResends) {
             resend_locked(node);
         } else {
             node->cmd.data = node->text;
             notifytimeout(&node->cmd);
-            MANAGE_LOGI(4, "No. %d atcmd has been removed since timeout, data is %s",
-                        node->cmd.seq_num, node->text);
+            ATLOGI_FN(kTimeoutThread, 4, kTagManage,
+                      "No. %d atcmd has been removed since timeout, data is %s", node->cmd.seq_num,
+                      node->text);
         }
         atcmd::queue_remove_locked(&Timeout_head, node);
         free(node);
@@ -90,20 +94,22 @@ void timeout_scan_locked(int64_t now_sec, int64_t now_usec) {
 void Init_TimeoutPara(void) {
     atcmd::LinkStatus st;
     if (!atcmd::read_link_status(&st)) {
-        ATLOGE(0, "no device: g_timeout stays %lu", static_cast<unsigned long>(g_timeout));
+        ATLOGE(0, kTagParse, "no device: g_timeout stays %lu",
+               static_cast<unsigned long>(atcmd::relaxed_load(&g_timeout)));
         return;
     }
-    g_timeout = (st.mode == 1 && st.platform == 1) ? 400000 : 100000;
+    // Written on the client's thread while the timeout thread reads it.
+    const bool wifi_cast = st.mode == ATCMD_MODE_WIFI && st.platform == ATCMD_PLATFORM_VUART;
+    atcmd::relaxed_store(&g_timeout, uint64_t{wifi_cast ? 400000u : 100000u});
 }
 
 // The timeout thread: sleeps while nothing awaits a reply, polls every 10 ms
 // while something does. Runs for the life of the process (no stop flag).
 void *atcmder_Timeout_thread(void *) {
-    MANAGE_LOGI(3, "atcmder_Timeout_thread thread is running");
+    ATLOGI(3, kTagManage, "atcmder_Timeout_thread thread is running");
     prctl(PR_SET_NAME, "Timeout_thread");
     for (;;) {
-        atcmd::queue_wait_not_empty(&Timeout_head, &g_timeoutqueue_mutex, &timeoutbuffer_notempty,
-                                    &timeoutbuffer_Mutex);
+        atcmd::queue_wait_not_empty(atcmd::kTimeoutQueue);
 
         while (!atcmder_empty_queue(&Timeout_head, &g_timeoutqueue_mutex)) {
             struct timeval now;
@@ -128,7 +134,7 @@ int rmTimeoutItem(AtCmder_t *reply) {
         if (node->cmd.seq_num != reply->seq_num) continue;
         atcmd::queue_remove_locked(&Timeout_head, node);
         free(node);
-        MANAGE_LOGI(4, "No. %d atcmd has been removed!", reply->seq_num);
+        ATLOGI(4, kTagManage, "No. %d atcmd has been removed!", reply->seq_num);
         break;
     }
     return pthread_mutex_unlock(&g_timeoutqueue_mutex);
@@ -138,12 +144,12 @@ int rmTimeoutItem(AtCmder_t *reply) {
 // callback must not send anything that needs that lock on this thread.
 void notifytimeout(AtCmder_t *cmd) {
     if (cmd == nullptr) return;
-    ATLOGI(3, "Timeout happened, cmd is %s", cmd->data != nullptr ? cmd->data : "");
+    ATLOGI(3, kTagParse, "Timeout happened, cmd is %s", cmd->data != nullptr ? cmd->data : "");
     notify_error(cmd->seq_num, kErrTimedOut);
 }
 
 // Runs on the UART receive thread when the port cannot be used.
 void notifyUartNotWork(void) {
-    ATLOGE(0, "uart does not work");
+    ATLOGE(0, kTagParse, "uart does not work");
     notify_error(0, kErrNoDevice);
 }

@@ -2,7 +2,6 @@
 // each command that expects a reply on the timeout queue before sending it,
 // and writes the text to the one link that the device's platform and cast
 // mode and the record's dest select.
-#define LOG_TAG "ATCMD_MANAGE"
 #include "protocol/transmit.h"
 
 #include <string.h>
@@ -10,25 +9,28 @@
 #include <sys/time.h>
 #include <unistd.h>
 
-#include "core/lock_guard.h"
+#include "core/device_state.h"
 #include "core/log.h"
 #include "core/queue.h"
-#include "protocol/device_status.h"
 
 namespace atcmd {
 namespace {
 
-// Only rows 0 ("+REBOOT") to 18 ("+WIFICON") of the command table are ever
-// waited for; later rows are reports, answered or not.
-constexpr uint8_t kFirstUnwatchedCmd = 19;
-constexpr uint8_t kDestWifiPeer = ATCMD_EP_MPHONE;
+// Only rows "+REBOOT" to "+WIFICON" of the command table are ever waited
+// for; later rows are reports, answered or not.
+constexpr uint8_t kFirstUnwatchedCmd = ATCMD_ID_WIFICON + 1;
+
+// The helpers below log as the function they work for, so that the log
+// names atcmder_Tx_thread and atcmder_Tx_process as it always has.
+constexpr char kTxThread[] = "atcmder_Tx_thread";
+constexpr char kTxProcess[] = "atcmder_Tx_process";
 
 // No device installed (before open, or in a process that drives the
 // protocol alone) means no link to choose: platform 0 selects none.
-bool current_links(LinkStatus *links) {
-    *links = {0, -1};
+bool current_links(const char *func, LinkStatus *links) {
+    *links = {0, ATCMD_MODE_NONE};
     if (read_link_status(links)) return true;
-    ATLOGE(0, "no device, no link to send on");
+    ATLOGE_FN(func, 0, kTagManage, "no device, no link to send on");
     return false;
 }
 
@@ -40,28 +42,29 @@ void watch_for_reply(const AtCmder_t &cmd) {
     gettimeofday(&now, nullptr);
     copy.tv_sec = now.tv_sec;
     copy.tv_usec = now.tv_usec;
-    atcmder_enqueue(&Timeout_head, &g_timeoutqueue_mutex, &copy);
-    pthread_cond_signal(&timeoutbuffer_notempty);
-    ATLOGI(4, "Timeout buf enqueued cmd %s", cmd.data);
+    queue_put(kTimeoutQueue, &copy);
+    ATLOGI_FN(kTxThread, 4, kTagManage, "Timeout buf enqueued cmd %s", cmd.data);
 }
 
 int send_vuart(const char *text, size_t len) {
     if (g_vuart_fd < 0) {
-        ATLOGE(0, "Vuart is not open");
+        ATLOGE_FN(kTxProcess, 0, kTagManage, "Vuart is not open");
         return ATCMD_TX_VUART_CLOSED;
     }
     VUART_Send(g_vuart_fd, text, static_cast<int>(len));
-    ATLOGI(4, "Vuart successfully send cmd len is %zu, data is %s", len, text);
+    ATLOGI_FN(kTxProcess, 4, kTagManage, "Vuart successfully send cmd len is %zu, data is %s", len,
+              text);
     return 0;
 }
 
 int send_uart(const char *text, size_t len) {
     if (g_uart_fd < 0) {
-        ATLOGE(0, "uart is not open");
+        ATLOGE_FN(kTxProcess, 0, kTagManage, "uart is not open");
         return ATCMD_TX_UART_CLOSED;
     }
     UART_Send(g_uart_fd, text, static_cast<int>(len));
-    ATLOGI(4, "uart successfully send cmd data len %zu, data is %s", len, text);
+    ATLOGI_FN(kTxProcess, 4, kTagManage, "uart successfully send cmd data len %zu, data is %s", len,
+              text);
     return 0;
 }
 
@@ -69,13 +72,14 @@ int send_uart(const char *text, size_t len) {
 // write's result is known; that is how this path has always reported.
 int send_fifo_cast(const char *text, size_t len) {
     if (g_fifo_tx_fd < 0) {
-        ATLOGE(0, "wifi fifo is not opened!");
+        ATLOGE_FN(kTxProcess, 0, kTagManage, "wifi fifo is not opened!");
         return ATCMD_TX_FIFO_CLOSED;
     }
     ssize_t n = write(g_fifo_tx_fd, text, len);
-    ATLOGI(4, "wifi fifotx successfully send data %s", text);
+    ATLOGI_FN(kTxProcess, 4, kTagManage, "wifi fifotx successfully send data %s", text);
     if (n < 0) {
-        ATLOGE(0, "atcmder_Tx_process fifotx fail to send data %s", text);
+        ATLOGE_FN(kTxProcess, 0, kTagManage, "atcmder_Tx_process fifotx fail to send data %s",
+                  text);
         return ATCMD_TX_FIFO_WRITE_FAILED;
     }
     return 0;
@@ -84,14 +88,14 @@ int send_fifo_cast(const char *text, size_t len) {
 // Relaying to the WiFi peer on platform 2.
 int send_fifo_relay(const char *text, size_t len) {
     if (g_fifo_tx_fd < 0) {
-        ATLOGE(0, "wifi fifo is not opened!");
+        ATLOGE_FN(kTxProcess, 0, kTagManage, "wifi fifo is not opened!");
         return ATCMD_TX_FIFO_CLOSED;
     }
     if (write(g_fifo_tx_fd, text, len) < 0) {
-        ATLOGE(0, "wifi fifotx fails to write data %s", text);
+        ATLOGE_FN(kTxProcess, 0, kTagManage, "wifi fifotx fails to write data %s", text);
         return ATCMD_TX_FIFO_WRITE_FAILED;
     }
-    ATLOGI(4, "wifi fifotx successfully send data %s", text);
+    ATLOGI_FN(kTxProcess, 4, kTagManage, "wifi fifotx successfully send data %s", text);
     return 0;
 }
 
@@ -109,9 +113,9 @@ using namespace atcmd;
 
 void *atcmder_Tx_thread(void *) {
     prctl(PR_SET_NAME, "Tx_thread");
-    ATLOGI(3, "atcmder_Tx_thread thread is running");
+    ATLOGI(3, kTagManage, "atcmder_Tx_thread thread is running");
     for (;;) {
-        queue_wait_not_empty(&Tx_head, &g_txqueue_mutex, &txbuffer_notempty, &txbuffer_Mutex);
+        queue_wait_not_empty(kTxQueue);
         while (!atcmder_empty_queue(&Tx_head, &g_txqueue_mutex)) {
             char text[ATCMD_TEXT_MAX] = {};
             AtCmder_t cmd;
@@ -120,9 +124,11 @@ void *atcmder_Tx_thread(void *) {
             if (atcmder_dequeue(&Tx_head, &g_txqueue_mutex, &cmd) != ATCMD_Q_OK) continue;
 
             LinkStatus links;
-            if (current_links(&links) && awaits_reply(cmd, links.platform)) watch_for_reply(cmd);
+            if (current_links(__func__, &links) && awaits_reply(cmd, links.platform))
+                watch_for_reply(cmd);
             if (atcmder_Tx_process(&cmd) == 0)
-                ATLOGI(3, "atcmder_Tx_thread send cmd success,dest is %u, mode is %d, cmd is %s",
+                ATLOGI(3, kTagManage,
+                       "atcmder_Tx_thread send cmd success,dest is %u, mode is %d, cmd is %s",
                        cmd.dest, links.mode, text);
         }
     }
@@ -134,14 +140,15 @@ void *atcmder_Tx_thread(void *) {
 int atcmder_Tx_process(AtCmder_t *cmd) {
     if (cmd == nullptr || cmd->data == nullptr) return ATCMD_Q_NULL;
     LinkStatus links;
-    current_links(&links);
+    current_links(__func__, &links);
     const char *text = cmd->data;
     size_t len = strlen(text);
 
-    if (links.platform == 1)
-        return links.mode == 1 ? send_fifo_cast(text, len) : send_vuart(text, len);
-    if (links.platform == 2)
-        return cmd->dest == kDestWifiPeer && links.mode == 1 ? send_fifo_relay(text, len)
-                                                             : send_uart(text, len);
+    if (links.platform == ATCMD_PLATFORM_VUART)
+        return links.mode == ATCMD_MODE_WIFI ? send_fifo_cast(text, len) : send_vuart(text, len);
+    if (links.platform == ATCMD_PLATFORM_UART)
+        return cmd->dest == ATCMD_EP_MPHONE && links.mode == ATCMD_MODE_WIFI
+                   ? send_fifo_relay(text, len)
+                   : send_uart(text, len);
     return 0;  // no link on any other platform
 }

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The project's one test command: installs what is missing (Debian 12, as
 # root), then
-#   1. checks Android.bp's syntax with bpfmt,
+#   1. checks Android.bp's syntax with bpfmt and the 32-bit ARM layouts of
+#      the public structures with the cross compiler,
 #   2. builds with g++ and runs the suite,
 #   3. builds with clang, AddressSanitizer and UndefinedBehaviorSanitizer,
 #      runs the suite again (first report halts it) and each fuzz target for
@@ -14,7 +15,8 @@ FUZZ_SECONDS=${FUZZ_SECONDS:-30}
 JOBS=${JOBS:-$(nproc)}
 
 packages=(cmake ninja-build g++ clang libclang-rt-14-dev libgtest-dev libgmock-dev
-          libbenchmark-dev android-liblog-dev blueprint-tools binutils perl)
+          libbenchmark-dev android-liblog-dev blueprint-tools binutils perl
+          g++-arm-linux-gnueabihf)
 missing=()
 for p in "${packages[@]}"; do
   dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
@@ -27,6 +29,10 @@ fi
 
 echo "== Android.bp syntax"
 bpfmt -o Android.bp >/dev/null
+
+echo "== 32-bit ABI layout"
+arm-linux-gnueabihf-g++ -std=c++17 -fsyntax-only -Wall -Wextra -Werror \
+  -Iinclude -Iplatform/host/include -I. hal/abi_layout.cpp
 
 echo "== g++ build and tests"
 cmake -S . -B build/gcc -G Ninja -DCMAKE_CXX_COMPILER=g++ >/dev/null

@@ -3,10 +3,9 @@
 // module, its tests and any client in the same process share this table.
 #include <cutils/properties.h>
 
-#include <pthread.h>
 #include <string.h>
 
-#include "core/lock_guard.h"
+#include <mutex>
 
 namespace {
 
@@ -19,7 +18,7 @@ struct Property {
 
 Property g_props[kMaxProperties];
 size_t g_nprops;
-pthread_mutex_t g_props_lock = PTHREAD_MUTEX_INITIALIZER;
+std::mutex g_props_lock;
 
 // Caller holds g_props_lock.
 Property *find_locked(const char *key) {
@@ -40,7 +39,7 @@ extern "C" int property_get(const char *key, char *value, const char *default_va
     if (value == nullptr) return -1;
     value[0] = '\0';
     if (valid_key(key)) {
-        atcmd::MutexGuard guard(&g_props_lock);
+        std::lock_guard<std::mutex> guard(g_props_lock);
         const Property *p = find_locked(key);
         if (p != nullptr && p->value[0] != '\0') {
             size_t n = strlen(p->value);
@@ -61,7 +60,7 @@ extern "C" int property_set(const char *key, const char *value) {
     size_t n = strlen(value);
     if (n >= PROPERTY_VALUE_MAX) return -1;
 
-    atcmd::MutexGuard guard(&g_props_lock);
+    std::lock_guard<std::mutex> guard(g_props_lock);
     Property *p = find_locked(key);
     if (p != nullptr) {
         if (strncmp(key, "ro.", 3) == 0) return -1;  // read-only once set

@@ -1,4 +1,3 @@
-#define LOG_TAG "ATCMD_TEST"
 #include "core/log.h"
 
 #include <gmock/gmock.h>
@@ -46,7 +45,7 @@ TEST_F(Log, FileLinesHaveTheFixedPrefixAndAReopenAppendsToOneStream) {
     int fds = atcmd_test::open_fd_count();
     log_file_init(kLogDir, "atcmdprocess");  // its own line still reaches the old stream
     EXPECT_EQ(fds, atcmd_test::open_fd_count());
-    ATLOGI(3, "tail");
+    ATLOGI(3, atcmd::kTagManage, "tail");
 
     const std::string pfx = R"(\[\d+\.\d{1,6}\]\[tid:)" + std::to_string(gettid()) + R"(\])";
     // The file opens after log_file_init's first line; texts get no newline.
@@ -64,12 +63,12 @@ TEST_F(Log, LevelGateAppliesToEveryOutputAndArgumentsRunOncePerOutput) {
     ::testing::internal::CaptureStdout();
     log_level = 3;
     int n = 0;
-    ATLOGI(4, "level four %d", ++n);
+    ATLOGI(4, atcmd::kTagManage, "level four %d", ++n);
     EXPECT_EQ(0, n) << "a gated statement evaluates nothing";
-    ATLOGE(3, "level three %d", ++n);
+    ATLOGE(3, atcmd::kTagManage, "level three %d", ++n);
     EXPECT_EQ(3, n) << "standard output, the Android log and the file";
     log_level = -1;
-    ATLOGE(0, "level zero");
+    ATLOGE(0, atcmd::kTagManage, "level zero");
     std::string out = ::testing::internal::GetCapturedStdout();
     for (const std::string &s : {out, root.read_file(kLogFile)}) {
         EXPECT_THAT(s, Not(HasSubstr("level four")));
@@ -86,7 +85,7 @@ TEST_F(Log, UncreatableDirectoryReportsOnStderrAndLoggingGoesOn) {
     EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("create log file error!\n"));
     EXPECT_EQ(nullptr, fd_logfile);
     ::testing::internal::CaptureStdout();
-    ATLOGI(3, "still logging");
+    ATLOGI(3, atcmd::kTagManage, "still logging");
     EXPECT_THAT(::testing::internal::GetCapturedStdout(), HasSubstr("still logging"));
 }
 

@@ -1,11 +1,16 @@
+#include "link/hiddemon.h"
+
 #include <cutils/properties.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <chrono>
 #include <string>
 #include <thread>
 
 #include "atcmdprocess.h"
+#include "core/delays.h"
+#include "core/threads.h"
 #include "fixtures/callback_sink.h"
 #include "fixtures/device.h"
 #include "fixtures/hid_daemon.h"
@@ -74,26 +79,24 @@ TEST_F(Hiddemon, ALostHeartbeatRestartsTheDaemonAndARegularOneDoesNot) {
     atcmd_test::FakeHidDaemon daemon(root, "exit");
     st.wifi_status = 1;
     ASSERT_EQ(0, Socket_Fifo_Init());
-    pthread_t hb;
-    ASSERT_EQ(0, pthread_create(&hb, nullptr, atcmder_wifiHBeat_thread, nullptr));
-    g_wifiHBeat_thread = hb;
+    ASSERT_EQ(0, atcmd::start_alarm_thread(&g_wifiHBeat_thread, atcmder_wifiHBeat_thread));
 
-    // Beats every second for longer than one period keep the link.
-    for (int n = 1; n <= 7; ++n) {
+    // Beats far more often than the period, for three periods, keep the link.
+    const auto beat = std::chrono::microseconds(atcmd::g_delays.heartbeat_period / 8);
+    for (int n = 1; n <= 24; ++n) {
         atcmdprocess_hiddemon_stchange(("heartbeat:" + std::to_string(n)).c_str());
-        std::this_thread::sleep_for(std::chrono::seconds(1));
+        std::this_thread::sleep_for(beat);
     }
     EXPECT_EQ(0, daemon.exit_requests());
     EXPECT_GE(g_fifo_rx_fd, 1);
 
     // Silence for a whole period: channel closed, daemon restarted.
-    EXPECT_TRUE(atcmd_test::wait_until([&] { return daemon.exit_requests() == 1; }, 15000));
+    EXPECT_TRUE(atcmd_test::wait_until([&] { return daemon.exit_requests() == 1; }));
     EXPECT_TRUE(atcmd_test::wait_until([] { return prop("vendor.hid_cmd") == "start_server"; }));
     EXPECT_EQ(-1, g_fifo_rx_fd);
 
-    pthread_kill(hb, SIGALRM);
-    pthread_join(hb, nullptr);
-    g_wifiHBeat_thread = 0;
+    atcmd::stop_heartbeat_thread();
+    EXPECT_EQ(0u, g_wifiHBeat_thread);
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "core/delays.h"
 #include "fixtures/callback_sink.h"
 #include "fixtures/census.h"
 #include "fixtures/child_process.h"
@@ -121,15 +122,16 @@ TEST(UartRxThread, LinesFlowUntilThePortDiesThenRetriesWithPauses) {
         EXPECT_EQ(Lines{"+VER=1.0.2#11&2\r\n"}, rx_lines(1));
 
         // The port dies and stays dead: each failed re-opening tells the
-        // client, one attempt a second at most (a spinning loop would have
+        // client, one attempt a pause at most (a spinning loop would have
         // sent thousands of notices by then).
         auto start = std::chrono::steady_clock::now();
         pty.unplug();
         ASSERT_TRUE(atcmd_test::CallbackSink::wait_for(3));
-        auto secs = std::chrono::duration_cast<std::chrono::seconds>(
-            std::chrono::steady_clock::now() - start);
+        auto pauses = std::chrono::duration_cast<std::chrono::microseconds>(
+                          std::chrono::steady_clock::now() - start) /
+                      std::chrono::microseconds(atcmd::g_delays.uart_retry_pause);
         auto msgs = atcmd_test::CallbackSink::messages();
-        EXPECT_LE(msgs.size(), 2 + static_cast<size_t>(secs.count()));
+        EXPECT_LE(msgs.size(), 2 + static_cast<size_t>(pauses));
         for (const auto &m : msgs) {
             EXPECT_EQ(24, m.cmd_id);
             EXPECT_EQ(-6, m.i32[0]);

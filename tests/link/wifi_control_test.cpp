@@ -7,14 +7,18 @@
 #include <unistd.h>
 
 #include <string>
+#include <thread>
 
 #include "atcmdprocess.h"
+#include "core/threads.h"
 #include "fixtures/callback_sink.h"
+#include "fixtures/census.h"
+#include "fixtures/child_process.h"
 #include "fixtures/device.h"
 #include "fixtures/hid_daemon.h"
 #include "fixtures/props.h"
-#include "fixtures/census.h"
 #include "fixtures/sysroot.h"
+#include "fixtures/wait_until.h"
 
 namespace {
 
@@ -111,9 +115,7 @@ TEST_F(WifiControl, TearDownStopsEverythingAndTellsTheClient) {
     st.wifi_status = 1;
     st.mode = 1;
     ASSERT_EQ(0, Socket_Fifo_Init());
-    pthread_t hb;
-    ASSERT_EQ(0, pthread_create(&hb, nullptr, atcmder_wifiHBeat_thread, nullptr));
-    g_wifiHBeat_thread = hb;
+    ASSERT_EQ(0, atcmd::start_alarm_thread(&g_wifiHBeat_thread, atcmder_wifiHBeat_thread));
 
     EXPECT_EQ(0, atcmdprocess_wifi_stchange(1));
     EXPECT_EQ(1, st.wifi_status) << "only state 0 tears down";
@@ -128,6 +130,38 @@ TEST_F(WifiControl, TearDownStopsEverythingAndTellsTheClient) {
     ASSERT_EQ(1u, CallbackSink::messages().size());
     EXPECT_EQ(18, CallbackSink::messages()[0].cmd_id);
     EXPECT_EQ(0, CallbackSink::messages()[0].i64);
+}
+
+// A stop right after a start, before the receive thread reached its first
+// wait, must end that thread and nothing else; two tear-downs at once (the
+// heartbeat's restart beside the client's) must end each thread exactly once.
+TEST_F(WifiControl, TearDownsThatRaceTheThreadsEndEachOneOnce) {
+    int status = atcmd_test::run_in_child(
+        [this] {
+            FakeHidDaemon daemon(root, "exit");
+            const int threads = atcmd_test::thread_count();
+            for (int round = 0; round < 50; ++round) {
+                ASSERT_EQ(0, Socket_Fifo_Init());
+                ASSERT_EQ(0, atcmd::start_alarm_thread(&g_wifiRx_thread, atcmder_wifiRx_thread));
+                stop_wifi_channel();
+                ASSERT_EQ(0u, g_wifiRx_thread);
+            }
+            for (int round = 0; round < 5; ++round) {
+                ASSERT_EQ(0, Socket_Fifo_Init());
+                ASSERT_EQ(0, atcmd::start_alarm_thread(&g_wifiRx_thread, atcmder_wifiRx_thread));
+                ASSERT_EQ(0,
+                          atcmd::start_alarm_thread(&g_wifiHBeat_thread, atcmder_wifiHBeat_thread));
+                std::thread client([] { atcmdprocess_wifi_stchange(0); });
+                atcmdprocess_wifi_stchange(0);
+                client.join();
+                ASSERT_EQ(-1, g_fifo_rx_fd);
+                ASSERT_EQ(0u, g_wifiRx_thread | g_wifiHBeat_thread);
+            }
+            EXPECT_TRUE(
+                atcmd_test::wait_until([&] { return atcmd_test::thread_count() == threads; }));
+        },
+        20000);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "child wait status " << status;
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "atcmdprocess.h"
+#include "core/threads.h"
 #include "fixtures/census.h"
 #include "fixtures/device.h"
 #include "fixtures/hid_daemon.h"
@@ -35,9 +36,7 @@ TEST(WifiRx, BatchesFromTheDaemonAreParsedWithThePlatformsSourceUntilTheChannelC
     int fds_before = atcmd_test::open_fd_count();
     int threads_before = atcmd_test::thread_count();
     ASSERT_EQ(0, Socket_Fifo_Init());
-    pthread_t rx;
-    ASSERT_EQ(0, pthread_create(&rx, nullptr, atcmder_wifiRx_thread, nullptr));
-    g_wifiRx_thread = rx;
+    ASSERT_EQ(0, atcmd::start_alarm_thread(&g_wifiRx_thread, atcmder_wifiRx_thread));
 
     daemon_sends(daemon, "+OK\r\n+BAT=1,2,3,4,5,6\r\n");
     auto got = received(2);

@@ -22,7 +22,7 @@ TEST(Dispatch, PostParseRelaysLinkOneLinesWhileBridgingAndQueuesTheRest) {
     for (const auto &r : rows) {
         dev.status().platform = r.platform;
         dev.status().mode = r.mode;
-        g_patcmd_dev = r.dest < 0 ? nullptr : dev.get();
+        atcmd::install_device(r.dest < 0 ? nullptr : dev.get());
         char text[] = "+OK#5&1\r\n";
         AtCmder_t rec{0, r.source, 0, r.flag, 0, r.cmd_id, 0, 0, 0, text};
         atcmder_post_parse_process(&rec);

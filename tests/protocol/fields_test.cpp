@@ -1,3 +1,5 @@
+#include "protocol/fields.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string.h>
@@ -82,7 +84,7 @@ TEST(Fields, VersionItemsLandInTheirSlotsCutToFit) {
         memset(block, 'z', sizeof block);
         EXPECT_EQ(r.rc, getVerInfo_fromCmdString(r.line.c_str(), block)) << r.line;
         std::vector<std::string> items;
-        for (size_t off : {0, 32, 64, 96, 160, 192, 224}) items.emplace_back(block + off);
+        for (const auto &slot : atcmd::kVerSlots) items.emplace_back(block + slot.offset);
         EXPECT_EQ(r.items, items) << r.line;
         for (size_t i = 256; i < sizeof block; ++i) ASSERT_EQ('z', block[i]) << "past the block";
     }

@@ -56,7 +56,7 @@ TEST(Timeout, LimitFollowsPlatformAndModeAndNoticesNeedACallback) {
     AtCmder_t cmd{};  // without a callback or a device the notice is dropped
     dev.get()->notify_callback = nullptr;
     notifytimeout(&cmd);
-    g_patcmd_dev = nullptr;
+    atcmd::install_device(nullptr);
     notifytimeout(&cmd);
     Init_TimeoutPara();
     EXPECT_EQ(100000u, g_timeout) << "no device: unchanged";

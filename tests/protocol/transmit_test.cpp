@@ -78,7 +78,7 @@ TEST_F(Links, EachPlatformModeAndDestPicksOneLink) {
         EXPECT_EQ(r.written == kVuart ? frame : "", vuart.take_output());
         EXPECT_EQ(r.written == kFifo ? frame : "", fifo_output());
     }
-    g_patcmd_dev = nullptr;  // no device: nothing to route by, nothing sent
+    atcmd::install_device(nullptr);  // no device: nothing to route by, nothing sent
     AtCmder_t cmd = record(3, 11, 1, 11, frame.c_str());
     EXPECT_EQ(0, atcmder_Tx_process(&cmd));
     EXPECT_EQ("", vuart.take_output());

@@ -1,0 +1,45 @@
+#include "core/device_state.h"
+
+#include "core/log.h"
+#include "core/relaxed.h"
+
+atcmdprocess_device_t *g_patcmd_dev = nullptr;
+
+namespace atcmd {
+
+void install_device(atcmdprocess_device_t *dev) { relaxed_store(&g_patcmd_dev, dev); }
+
+system_status_t *device_status() {
+    atcmdprocess_device_t *dev = relaxed_load(&g_patcmd_dev);
+    return dev != nullptr ? &dev->system_status : nullptr;
+}
+
+int32_t current_platform() {
+    const system_status_t *st = device_status();
+    return st != nullptr ? st->platform : 0;
+}
+
+int32_t current_wifi_status() {
+    const system_status_t *st = device_status();
+    return st != nullptr ? st->wifi_status : -1;
+}
+
+bool read_link_status(LinkStatus *out) {
+    const system_status_t *st = device_status();
+    if (st == nullptr) return false;
+    out->platform = st->platform;
+    out->mode = st->mode;
+    return true;
+}
+
+void notify_client(AT_CMD_CbMsg_t *msg) {
+    atcmdprocess_device_t *dev = relaxed_load(&g_patcmd_dev);
+    if (dev == nullptr || dev->notify_callback == nullptr) {
+        ATLOGE(0, kTagHal, "notify callback is not set, message cmd_id %u seq_num %u dropped!",
+               msg->cmd_id, msg->seq_num);
+        return;
+    }
+    dev->notify_callback(msg);
+}
+
+}  // namespace atcmd

@@ -1,0 +1,22 @@
+// Where getVerInfo_fromCmdString puts the seven version items in its
+// 256-byte block: the layout of the accessory record's version fields.
+#ifndef ATCMD_PROTOCOL_FIELDS_H
+#define ATCMD_PROTOCOL_FIELDS_H
+
+#include <stddef.h>
+
+namespace atcmd {
+
+struct VerSlot {
+    size_t offset;
+    size_t size;
+};
+
+inline constexpr VerSlot kVerSlots[] = {{0, 32},   {32, 32},  {64, 32}, {96, 64},
+                                        {160, 32}, {192, 32}, {224, 32}};
+inline constexpr size_t kVerBlockSize = 256;
+static_assert(kVerSlots[6].offset + kVerSlots[6].size == kVerBlockSize, "slots fill the block");
+
+}  // namespace atcmd
+
+#endif
