@@ -47,10 +47,9 @@ void queue_remove_locked(atcmder_queue_t *head, atcmder_node_t *node) {
     *node->link.tqe_prev = node->link.tqe_next;
 }
 
-unsigned int queue_put(const QueueRef &q, const AtCmder_t *rec) {
-    unsigned int r = atcmder_enqueue(q.head, q.lock, rec);
-    pthread_cond_signal(q.not_empty);
-    return r;
+int queue_put(const QueueRef &q, const AtCmder_t *rec) {
+    atcmder_enqueue(q.head, q.lock, rec);
+    return pthread_cond_signal(q.not_empty);
 }
 
 void queue_wait_not_empty(const QueueRef &q) {

@@ -23,9 +23,10 @@ inline constexpr QueueRef kTimeoutQueue = {&Timeout_head, &g_timeoutqueue_mutex,
                                            &timeoutbuffer_notempty, &timeoutbuffer_Mutex};
 
 // Copies rec onto q and wakes its consumer, without the consumer's lock.
-// Everything the module sends goes through this with kTxQueue. Returns the
-// enqueue's result (6 for a record without text, which is logged).
-unsigned int queue_put(const QueueRef &q, const AtCmder_t *rec);
+// Everything the module sends goes through this with kTxQueue. Returns what
+// waking the consumer returned, which the senders hand on; a refused record
+// (no text) is logged by the queue.
+int queue_put(const QueueRef &q, const AtCmder_t *rec);
 
 // A consumer's sleep: holds wait_lock (never the queue lock) and waits on
 // not_empty while the queue is empty. Producers signal without wait_lock, so

@@ -36,6 +36,15 @@ static_assert(offsetof(atcmdprocess_device_t, reserved) == LP64_OR_ARM32(216, 13
               "reserved, 8-aligned, after six operations");
 static_assert(sizeof(atcmdprocess_device_t) == LP64_OR_ARM32(248, 168), "device object");
 static_assert(sizeof(AT_CMD_CbMsg_t) == LP64_OR_ARM32(16, 8), "callback message");
+static_assert(sizeof(kavren_devInfo_t) == 388, "accessory record");
+static_assert(offsetof(kavren_devInfo_t, type) == 64 && offsetof(kavren_devInfo_t, ver_item0) == 96,
+              "three 32-byte texts, then the version block");
+static_assert(offsetof(kavren_devInfo_t, ver_item3) == 192 &&
+                  offsetof(kavren_devInfo_t, ver_item4) == 256 &&
+                  offsetof(kavren_devInfo_t, ver_item6) == 320,
+              "the 64-byte fourth item inside the 256-byte version block");
+static_assert(offsetof(kavren_devInfo_t, mac) == 352 && offsetof(kavren_devInfo_t, model) == 384,
+              "mac and model after the version block");
 static_assert(sizeof(usbdev_sts_t) == 8, "usbdev_sts_t: devinfo then connected");
 static_assert(ATCMD_TEXT_MAX == 160, "every text buffer in the system is 160 bytes");
 

@@ -353,10 +353,105 @@ ATCMD_API int rmTimeoutItem(AtCmder_t *reply);
 ATCMD_API void notifytimeout(AtCmder_t *cmd);
 ATCMD_API void notifyUartNotWork(void);
 
+/* Response parsers, one per row of AT_CMDS but "+STARTUP" and "+WIFICON".
+ * Each takes the received record (data: the whole line) and returns 0, or 3
+ * when REBOOT_parser or ERROR_parser find no value. */
+ATCMD_API unsigned int REBOOT_parser(AtCmder_t *cmd);
+ATCMD_API unsigned int UPGRADE_parser(AtCmder_t *cmd);
+ATCMD_API unsigned int RECOVERY_parser(AtCmder_t *cmd);
+ATCMD_API unsigned int SHUTDOWN_parser(AtCmder_t *cmd);
+ATCMD_API unsigned int POWEROFF_parser(AtCmder_t *cmd);
+ATCMD_API unsigned int RESET_parser(AtCmder_t *cmd);
+ATCMD_API unsigned int BTMAC_parser(AtCmder_t *cmd);
+ATCMD_API unsigned int BLEMAC_parser(AtCmder_t *cmd);
+ATCMD_API unsigned int BAT_parser(AtCmder_t *cmd);
+ATCMD_API unsigned int STATE_parser(AtCmder_t *cmd);
+ATCMD_API unsigned int VER_parser(AtCmder_t *cmd);
+ATCMD_API unsigned int HALL_parser(AtCmder_t *cmd);
+ATCMD_API unsigned int SN_parser(AtCmder_t *cmd);
+ATCMD_API unsigned int SID_parser(AtCmder_t *cmd);
+ATCMD_API unsigned int TYPE_parser(AtCmder_t *cmd);
+ATCMD_API unsigned int USBSTATE_parser(AtCmder_t *cmd);
+ATCMD_API unsigned int SCREEN_parser(AtCmder_t *cmd);
+ATCMD_API unsigned int MICMODE_parser(AtCmder_t *cmd);
+ATCMD_API unsigned int WIFI_parser(AtCmder_t *cmd);
+ATCMD_API unsigned int BT_parser(AtCmder_t *cmd);
+ATCMD_API unsigned int TIME_parser(AtCmder_t *cmd);
+ATCMD_API unsigned int OK_parser(AtCmder_t *cmd);
+ATCMD_API unsigned int ERROR_parser(AtCmder_t *cmd);
+ATCMD_API unsigned int SLEEP_parser(AtCmder_t *cmd);
+ATCMD_API unsigned int BATCG_parser(AtCmder_t *cmd);
+ATCMD_API unsigned int BKL_parser(AtCmder_t *cmd);
+ATCMD_API unsigned int MODE_parser(AtCmder_t *cmd);
+ATCMD_API unsigned int ACC_parser(AtCmder_t *cmd);
+ATCMD_API unsigned int LIGHT_parser(AtCmder_t *cmd);
+ATCMD_API unsigned int HALLCG_parser(AtCmder_t *cmd);
+ATCMD_API unsigned int TEST_parser(AtCmder_t *cmd);
+ATCMD_API unsigned int HRM_TEMP_parser(AtCmder_t *cmd);
+ATCMD_API unsigned int DTR_parser(AtCmder_t *cmd);
+ATCMD_API unsigned int PTEST_parser(AtCmder_t *cmd);
+ATCMD_API unsigned int MMI1_parser(AtCmder_t *cmd);
+ATCMD_API unsigned int PT_parser(AtCmder_t *cmd);
+ATCMD_API unsigned int WT_parser(AtCmder_t *cmd);
+/* Beside the table; no row leads to them. */
+ATCMD_API unsigned int INFO_parser(AtCmder_t *cmd);
+ATCMD_API unsigned int SENSOR_parser(AtCmder_t *cmd);
+
+/* ------------------------------------------------------------------------ */
+/* Accessory information record and queries                                  */
+/* ------------------------------------------------------------------------ */
+
+/* The accessory's identity as its replies gave it; 388 bytes. Text fields are
+ * NUL-terminated within their width. The seven version items form one
+ * 256-byte block starting at ver_item0. */
+typedef struct kavren_devInfo {
+    char sn[32];
+    char sid[32];
+    char type[32]; /* model code, e.g. "KM5816W" */
+    char ver_item0[32];
+    char ver_item1[32];
+    char ver_item2[32];
+    char ver_item3[64]; /* also the version the phone reports as "+VER=WIFI:" */
+    char ver_item4[32];
+    char ver_item5[32];
+    char ver_item6[32];
+    char mac[32];  /* from "+BTMAC" or "+BLEMAC" */
+    int32_t model; /* 0 until "+TYPE"; 1 with WiFi, 2 without, -1 unknown */
+} kavren_devInfo_t;
+
+ATCMD_API extern kavren_devInfo_t g_kavren_devInfo;
+/* Model codes that TYPE_parser compares "+TYPE" replies with. */
+ATCMD_API extern char type_with_wifi[32];
+ATCMD_API extern char type_without_wifi[32];
+
+/* Query senders: each queues one query for the accessory and returns the
+ * result of waking the transmit thread. The reply reaches the client. */
+ATCMD_API int get_kavren_ver(void);
+ATCMD_API int get_kavren_type(void);
+ATCMD_API int get_kavren_screensts(void);
+ATCMD_API int get_kavren_BATINFO(void);
+ATCMD_API int get_kavren_sid(void);
+ATCMD_API int get_kavren_sn(void);
+ATCMD_API int get_kavren_state(void);
+ATCMD_API int get_kavren_usbstate(void);
+ATCMD_API int get_remote_bt_mac(void);
+ATCMD_API int get_kavren_micmode(void);
+ATCMD_API int get_kavren_castmode(void);
+/* The whole set, in order, 10 ms apart: what the phone asks a new accessory. */
+ATCMD_API void get_kavren_info(void);
+
 /* ------------------------------------------------------------------------ */
 /* Reports to the accessory                                                  */
 /* ------------------------------------------------------------------------ */
 
+/* The property send_bt_mac reads the phone's Bluetooth address from. */
+ATCMD_API extern const char *bt_mac_prop;
+
+ATCMD_API int send_stateToMCU(void);
+ATCMD_API int send_stateToMPHONE(int32_t state);
+/* Both wait up to about 2 s for their property. */
+ATCMD_API int send_bt_mac(void);
+ATCMD_API int send_amlogic_ver(void);
 ATCMD_API void notify_wifi_state(int64_t state);
 
 #ifdef __cplusplus

@@ -7,19 +7,21 @@
 
 #include "core/log.h"
 
-// Parsers are filled in as they are written; dispatch skips a row without
-// one, as it always has for "+STARTUP" and "+WIFICON".
+// Rows "+STARTUP" and "+WIFICON" have no parser: dispatch skips them.
 constexpr at_cmd_t AT_CMDS[ATCMD_NUM_CMDS] = {
-    {"+REBOOT", nullptr},   {"+UPGRADE", nullptr}, {"+RECOVERY", nullptr}, {"+SHUTDOWN", nullptr},
-    {"+POWEROFF", nullptr}, {"+RESET", nullptr},   {"+STARTUP", nullptr},  {"+BTMAC", nullptr},
-    {"+BLEMAC", nullptr},   {"+BAT", nullptr},     {"+STATE", nullptr},    {"+VER", nullptr},
-    {"+HALL", nullptr},     {"+SN", nullptr},      {"+SID", nullptr},      {"+TYPE", nullptr},
-    {"+USBSTATE", nullptr}, {"+SCREEN", nullptr},  {"+WIFICON", nullptr},  {"+MICMODE", nullptr},
-    {"+WIFI", nullptr},     {"+BT", nullptr},      {"+TIME", nullptr},     {"+OK", nullptr},
-    {"+ERROR", nullptr},    {"+SLEEP", nullptr},   {"+BATCG", nullptr},    {"+BKL", nullptr},
-    {"+MODE", nullptr},     {"+ACC", nullptr},     {"+LIGHT", nullptr},    {"+HALLCG", nullptr},
-    {"+TEST", nullptr},     {"+HRM", nullptr},     {"+DTR", nullptr},      {"+PTEST", nullptr},
-    {"+MMI1", nullptr},     {"+PT", nullptr},      {"+WT", nullptr},
+    {"+REBOOT", REBOOT_parser},     {"+UPGRADE", UPGRADE_parser},   {"+RECOVERY", RECOVERY_parser},
+    {"+SHUTDOWN", SHUTDOWN_parser}, {"+POWEROFF", POWEROFF_parser}, {"+RESET", RESET_parser},
+    {"+STARTUP", nullptr},          {"+BTMAC", BTMAC_parser},       {"+BLEMAC", BLEMAC_parser},
+    {"+BAT", BAT_parser},           {"+STATE", STATE_parser},       {"+VER", VER_parser},
+    {"+HALL", HALL_parser},         {"+SN", SN_parser},             {"+SID", SID_parser},
+    {"+TYPE", TYPE_parser},         {"+USBSTATE", USBSTATE_parser}, {"+SCREEN", SCREEN_parser},
+    {"+WIFICON", nullptr},          {"+MICMODE", MICMODE_parser},   {"+WIFI", WIFI_parser},
+    {"+BT", BT_parser},             {"+TIME", TIME_parser},         {"+OK", OK_parser},
+    {"+ERROR", ERROR_parser},       {"+SLEEP", SLEEP_parser},       {"+BATCG", BATCG_parser},
+    {"+BKL", BKL_parser},           {"+MODE", MODE_parser},         {"+ACC", ACC_parser},
+    {"+LIGHT", LIGHT_parser},       {"+HALLCG", HALLCG_parser},     {"+TEST", TEST_parser},
+    {"+HRM", HRM_TEMP_parser},      {"+DTR", DTR_parser},           {"+PTEST", PTEST_parser},
+    {"+MMI1", MMI1_parser},         {"+PT", PT_parser},             {"+WT", WT_parser},
 };
 
 namespace {

@@ -18,7 +18,7 @@ trap 'rm -f "$expected" "$actual"' EXIT
 # Linker- and sanitizer-made symbols (UBSan emits type info for function
 # types) are not part of the module's ABI.
 nm -D --defined-only "$so" | awk '{print $3}' |
-  grep -v -E '^(_init|_fini|_edata|_end|__bss_start|__odr_asan.*|___asan.*|__asan.*|__ubsan.*|__sancov.*|_ZT[IS]F.*)$' |
+  grep -v -E '^(_init|_fini|_edata|_end|__bss_start|__odr_asan.*|___asan.*|__asan.*|__ubsan.*|__sancov.*|__start___sancov.*|__stop___sancov.*|_ZT[IS]F.*)$' |
   sort -u >"$actual"
 
 if ! diff -u "$expected" "$actual"; then

@@ -6,24 +6,11 @@
 #include <unistd.h>
 
 #include "atcmdprocess.h"
-#include "fixtures/callback_sink.h"
 #include "fixtures/child_process.h"
-#include "fixtures/device.h"
 #include "fixtures/signal_catcher.h"
 
 namespace {
 
-using atcmd_test::CallbackSink;
-
-TEST(DeviceOps, InstalledCallbackReceivesTheServicesMessages) {
-    atcmd_test::TestDevice dev;
-    EXPECT_EQ(-EINVAL, set_notify_callback(nullptr, &CallbackSink::callback));
-    dev.get()->notify_callback = nullptr;
-    EXPECT_EQ(0, set_notify_callback(dev.get(), &CallbackSink::callback));
-    notifyUartNotWork();
-    ASSERT_EQ(1u, CallbackSink::messages().size());
-    EXPECT_EQ(-6, CallbackSink::messages()[0].i32[0]);
-}
 
 TEST(DeviceOps, ShakeHandsSignalsTheSignalThreadOnlyWhenItRuns) {
     g_Sigprocess_thread = 0;

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "atcmdprocess.h"
-#include "fixtures/accessory.h"
+#include "fixtures/sysroot.h"
 #include "fixtures/callback_sink.h"
 #include "fixtures/census.h"
 #include "fixtures/child_process.h"
@@ -43,13 +43,17 @@ TEST(KavrenPlugged, OnlyTheAccessoryProductLineMatches) {
         const char *product;  // nullptr: no uevent file
         int plugged;
     } rows[] = {
-        {atcmd_test::kAccessoryProduct, 1}, {"6f2a/4c07", 1},     {"6f2a/4c08/100", 0},
-        {"6F2A/4C07/100", 0},               {"1d6b/0002/515", 0}, {nullptr, 0},
+        {"6f2a/4c07/100", 1}, {"6f2a/4c07", 1},     {"6f2a/4c08/100", 0},
+        {"6F2A/4C07/100", 0}, {"1d6b/0002/515", 0}, {nullptr, 0},
     };
     const int fds = atcmd_test::open_fd_count();
     for (const auto &r : rows) {
         std::string node = "ttyACM" + std::to_string(&r - rows);
-        if (r.product != nullptr) atcmd_test::write_uevent(root, node, r.product);
+        if (r.product != nullptr) {  // as the kernel writes it for a CDC-ACM interface
+            root.mkdirs("/sys/class/tty/" + node + "/device");
+            root.write_file("/sys/class/tty/" + node + "/device/uevent",
+                            "DRIVER=cdc_acm\nPRODUCT=" + std::string(r.product) + "\nTYPE=239/2/1\n");
+        }
         parse_dev_name(node.c_str());
         EXPECT_EQ(r.plugged, kavren_plugged()) << node;
     }
