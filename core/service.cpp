@@ -1,10 +1,163 @@
-// Shut-down of the service: what the device's close calls.
+// Start-up and shut-down of the service, and the signal thread that turns
+// the service signals into link changes. Everything else runs on threads
+// started here; this file depends on all of them and nothing depends on it.
 #include <signal.h>
+#include <string.h>
+#include <sys/prctl.h>
 #include <unistd.h>
+
+#include <cutils/properties.h>
 
 #include <initializer_list>
 
 #include "atcmdprocess.h"
+#include "core/device_state.h"
+#include "core/log.h"
+#include "core/threads.h"
+
+using namespace atcmd;
+
+namespace {
+
+// The steps below log as the signal thread that runs them.
+constexpr char kSignalThread[] = "atcmder_sigProcess_thread";
+// Lets the version report leave before the queries that follow it.
+constexpr useconds_t kShakeHandsPauseUs = 50000;
+
+sigset_t service_signals() {
+    sigset_t set;
+    sigemptyset(&set);
+    for (int sig : {SIGUSR1, SIGUSR2, SIGURG, SIGVTALRM}) sigaddset(&set, sig);
+    return set;
+}
+
+void log_cast_mode(const system_status_t *st) {
+    ATLOGI_FN(kSignalThread, 3, kTagManage, "Current cast mode is %d", st->mode);
+}
+
+// The accessory's ACM node appeared (its number is in g_dev_ACM).
+void usb_plugged(system_status_t *st) {
+    if (kavren_plugged() != 1) return;
+    ATLOGI_FN(kSignalThread, 4, kTagManage, "hot pluged device is kavren.");
+    close(g_vuart_fd);
+    g_vuart_fd = -1;
+    if (VUART_init(&g_vuart_fd, g_dev_ACM) != 0) return;
+    // A receive thread that still runs picks the new descriptor up itself.
+    if (g_VuartRx_thread == 0 &&
+        pthread_create(&g_VuartRx_thread, nullptr, atcmder_VuartRx_thread, nullptr) != 0) {
+        ATLOGE_FN(kSignalThread, 0, kTagManage, "atcmder_VuartRx_thread pthread_create failed");
+        return;
+    }
+    st->mode = ATCMD_MODE_USB;
+    st->usbdev_sts.usb_connected = 1;
+    get_kavren_info();
+    notify_usbevent();
+    log_cast_mode(st);
+}
+
+void usb_unplugged(system_status_t *st) {
+    st->usbdev_sts.usb_connected = 0;
+    st->usbdev_sts.usb_devinfo = -1;
+    notify_usbevent();
+    close(g_vuart_fd);
+    g_vuart_fd = -1;
+    st->mode = st->wifi_status == 1 ? ATCMD_MODE_WIFI : ATCMD_MODE_NONE;
+    log_cast_mode(st);
+}
+
+// The HID daemon reported "running": open the channel and watch it. A USB
+// cast in progress keeps mode 0.
+void wifi_up(system_status_t *st) {
+    if (st->mode != ATCMD_MODE_USB) st->mode = ATCMD_MODE_WIFI;
+    Socket_Fifo_Init();
+    // The same text for both threads, as the field logs have always shown.
+    if (g_wifiRx_thread == 0 && start_alarm_thread(&g_wifiRx_thread, atcmder_wifiRx_thread) != 0)
+        ATLOGE_FN(kSignalThread, 0, kTagManage, "atcmder_wifiRx_thread init failed!");
+    if (g_wifiHBeat_thread == 0 &&
+        start_alarm_thread(&g_wifiHBeat_thread, atcmder_wifiHBeat_thread) != 0)
+        ATLOGE_FN(kSignalThread, 0, kTagManage, "atcmder_wifiRx_thread init failed!");
+    if (st->platform == ATCMD_PLATFORM_VUART) get_kavren_info();
+    property_set("vendor.kavren.timesync", "enable");
+    ATLOGI_FN(kSignalThread, 3, kTagManage, "Set vendor.kavren.timesync enable!");
+    log_cast_mode(st);
+}
+
+void shake_hands() {
+    send_amlogic_ver();
+    usleep(kShakeHandsPauseUs);
+    get_kavren_info();
+    get_kavren_usbstate();
+}
+
+struct ServiceThread {
+    pthread_t *handle;
+    void *(*body)(void *);
+    const char *failed;
+};
+
+}  // namespace
+
+// Started by atcmder_hal_open before any other service thread, so that every
+// thread the service starts inherits the blocked signals and they reach this
+// thread only, one at a time.
+void *atcmder_sigProcess_thread(void *) {
+    const sigset_t set = service_signals();
+    prctl(PR_SET_NAME, "sigProcess_thread");
+    ATLOGI(3, kTagManage, "atcmder_sigProcess_thread thread is running");
+    int sig = 0;
+    for (;;) {
+        // A failed wait goes on with the signal of the previous pass.
+        if (sigwait(&set, &sig) != 0) ATLOGE(0, kTagManage, "sigwait error");
+        ATLOGI(3, kTagManage, "atcmder_sigProcess_thread handling thread got signal %d", sig);
+        system_status_t *st = device_status();
+        if (st == nullptr) continue;
+        switch (sig) {
+        case SIGUSR1: usb_plugged(st); break;
+        case SIGUSR2: usb_unplugged(st); break;
+        case SIGURG: wifi_up(st); break;
+        case SIGVTALRM: shake_hands(); break;
+        default: break;
+        }
+    }
+    return nullptr;
+}
+
+// Runs on the client's thread inside open. Nothing guards a second call: a
+// second open starts a second set of threads on the new device.
+int atcmder_hal_open(void) {
+    ATLOGI(3, kTagManage, "func is atcmder_hal_open.");
+    memset(&g_kavren_devInfo, 0, sizeof g_kavren_devInfo);
+    const sigset_t set = service_signals();
+    for (atcmder_queue_t *q : {&Rx_head, &Tx_head, &Timeout_head}) atcmder_queue_init(q);
+
+    Init_TimeoutPara();
+    const int32_t platform = current_platform();
+    if (platform == ATCMD_PLATFORM_UART) UART_init(&g_uart_fd);
+
+    // Blocked here, in the client's thread, so every thread started below
+    // inherits the mask and only the signal thread's sigwait takes them.
+    if (pthread_sigmask(SIG_BLOCK, &set, nullptr) != 0)
+        ATLOGE(0, kTagManage, "!! Set pthread mask failed\n");
+
+    const ServiceThread threads[] = {
+        {&g_Sigprocess_thread, atcmder_sigProcess_thread, "atcmder_sigProcess_thread init failed!"},
+        {&g_uartRx_thread, atcmder_uartRx_thread, "atcmder_uartRx_thread init failed!"},
+        {&g_Tx_thread, atcmder_Tx_thread, "atcmder_Tx_thread init failed!"},
+        {&g_dispatch_thread, atcmder_dispatch_thread, "atcmder_dispatch_thread init failed!"},
+        {&g_timeout_thread, atcmder_Timeout_thread, "atcmder_Timeout_thread init failed!"},
+    };
+    int result = 0;
+    for (const ServiceThread &t : threads) {
+        if (t.handle == &g_uartRx_thread && platform != ATCMD_PLATFORM_UART) continue;
+        if (pthread_create(t.handle, nullptr, t.body, nullptr) != 0) {
+            ATLOGE(0, kTagManage, "%s", t.failed);
+            result = 1;
+        }
+    }
+    ATLOGI(3, kTagManage, "g_patcmd_dev->system_status.platform is %d", platform);
+    if (platform == ATCMD_PLATFORM_VUART) dev_hotplug_init();
+    return result;
+}
 
 int atcmder_hal_close(void) {
     for (int *fd : {&g_vuart_fd, &g_uart_fd, &g_fifo_tx_fd, &g_fifo_rx_fd}) {

@@ -45,6 +45,7 @@ int atcmdprocess_open(const struct hw_module_t *module, const char *name,
     atcmd::init_device(dev, module);
     *device = &dev->common;
     atcmd::install_device(dev);
+    atcmder_hal_open();  // a start-up failure does not fail the open
     return 0;
 }
 

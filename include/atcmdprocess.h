@@ -182,6 +182,14 @@ ATCMD_API extern pthread_t g_timeout_thread;
 ATCMD_API extern pthread_t g_wifiRx_thread;
 ATCMD_API extern pthread_t g_wifiHBeat_thread;
 
+/* Start-up, called by the module's open: queues, the blocked service signals
+ * (SIGUSR1, SIGUSR2, SIGURG, SIGVTALRM, taken only by the signal thread) and
+ * the service threads. Returns 0, or 1 when a thread could not be started. */
+ATCMD_API int atcmder_hal_open(void);
+/* The signal thread: turns the service signals into link events (USB node
+ * in, USB node out, WiFi up, hand-shake). */
+ATCMD_API void *atcmder_sigProcess_thread(void *arg);
+
 /* SIGALRM handler of the WiFi receive and heartbeat threads: ends the caller. */
 ATCMD_API void thread_exit_handler(int sig);
 
@@ -453,6 +461,16 @@ ATCMD_API int send_stateToMPHONE(int32_t state);
 ATCMD_API int send_bt_mac(void);
 ATCMD_API int send_amlogic_ver(void);
 ATCMD_API void notify_wifi_state(int64_t state);
+
+/* ------------------------------------------------------------------------ */
+/* Factory test traffic                                                      */
+/* ------------------------------------------------------------------------ */
+
+/* Queues "AT+PTEST=<pattern>#<index>&2" on platform 2 (nothing elsewhere). */
+ATCMD_API int send_ptest_data(uint32_t index);
+/* One test line every 100 ms, for ever; the client starts it if it wants. */
+ATCMD_API void *atcmder_TestTx_thread(void *arg);
+ATCMD_API extern pthread_t g_TestTx_thread;
 
 #ifdef __cplusplus
 }

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "atcmdprocess.h"
+#include "device/factory.h"
 #include "fixtures/callback_sink.h"
 #include "fixtures/device.h"
 #include "fixtures/log_capture.h"
@@ -102,6 +103,37 @@ TEST_F(Reports, WifiStateReachesTheClientAfterAPauseAndPlatform2TellsTheAccessor
                      "2/3/18/18/2:18&2\r\n"}),
               sent());
     EXPECT_EQ((Texts{"18/0:1", "18/0:1", "18/0:0", "18/0:5"}), CallbackSink::described());
+}
+
+}  // namespace
+
+namespace {
+
+// The wrap of the index's low 16 bits is logged with the round advanced
+// once per output written: standard output and the Android log, and the
+// file when one is open.
+TEST_F(Reports, FactoryLinesOnPlatform2AndTheRoundAdvancesOncePerLogOutput) {
+    st.platform = 2;
+    uint32_t index = 0, round = 0;
+    for (int i = 0; i < 3; ++i) atcmd::test_tx_step(&index, &round);
+    EXPECT_EQ((Texts{"0/3/0/0/0:AT+PTEST=123456789#0&2\r\n", "0/3/0/0/0:AT+PTEST=987654321#1&2\r\n",
+                     "0/3/0/0/0:AT+PTEST=123456789#2&2\r\n"}),
+              sent());
+    st.platform = 1;
+    atcmd::test_tx_step(&index, &round);
+    EXPECT_EQ(4u, index) << "the index advances on every platform";
+    EXPECT_EQ(Texts{}, sent());
+
+    index = 65535;
+    atcmd::test_tx_step(&index, &round);
+    EXPECT_EQ(2u, round);
+    log_file_init("/sdcard/tavrinola/.log", "atcmdprocess");
+    index = 131071;
+    atcmd::test_tx_step(&index, &round);
+    EXPECT_EQ(5u, round);
+    st.platform = 2;
+    send_ptest_data(65536);
+    EXPECT_EQ(Texts{"0/3/0/0/0:AT+PTEST=123456789#65536&2\r\n"}, sent()) << "not reset, wrapped";
 }
 
 }  // namespace

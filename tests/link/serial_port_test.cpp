@@ -9,7 +9,8 @@
 #include <thread>
 
 #include "atcmdprocess.h"
-#include "fixtures/pty_link.h"
+#include "fixtures/sysroot.h"
+#include "sim/accessory.h"
 
 namespace {
 
@@ -56,8 +57,9 @@ TEST(Init, UartAndVuartOpenTheirNodeOrFailWithoutLeaking) {
     EXPECT_EQ(-1, UART_init(&fd));
     EXPECT_EQ(-1, fcntl(fd, F_GETFD)) << "closed again";
     remove(root.path("/dev/ttyS4").c_str());
-    atcmd_test::PtyLink uart;
-    uart.plug(root, "/dev/ttyS4");
+    atsim::Transcript transcript;
+    atsim::Accessory uart(root.root(), transcript);
+    ASSERT_TRUE(uart.plug_uart());
     ASSERT_EQ(0, UART_init(&fd));
     EXPECT_EQ(0, fcntl(fd, F_GETFL) & O_NONBLOCK);
     termios t;
@@ -72,8 +74,10 @@ TEST(Init, UartAndVuartOpenTheirNodeOrFailWithoutLeaking) {
     } rows[] = {{0, "/dev/ttyACM0", 0},           {9999, "/dev/ttyACM9999", 0}, {3, nullptr, -1},
                 {10000, "/dev/ttyACM10000", -1}, {-1, nullptr, -1}};
     for (const auto &r : rows) {
-        atcmd_test::PtyLink pty;
-        if (r.node != nullptr) pty.plug(root, r.node);
+        atsim::Accessory acc(root.root(), transcript);
+        if (r.node != nullptr) {
+            ASSERT_TRUE(acc.plug_usb(static_cast<int>(r.acm)));
+        }
         fd = -1;
         EXPECT_EQ(r.result, VUART_init(&fd, r.acm)) << r.acm;
         EXPECT_EQ(r.result == 0, fd >= 0 && isatty(fd)) << r.acm;
@@ -84,7 +88,11 @@ TEST(Init, UartAndVuartOpenTheirNodeOrFailWithoutLeaking) {
 // Time-outs are in milliseconds, -1 waits as long as it takes; a write is
 // tried once, and a non-blocking pipe takes only 64 KiB of this one.
 TEST(SerialIo, BytesPassUnchangedTimeOutsAreMillisecondsShortWritesFail) {
-    atcmd_test::PtyLink pty;
+    atcmd_test::TempSysroot root;
+    atsim::Transcript transcript;
+    atsim::Accessory pty(root.root(), transcript);
+    ASSERT_TRUE(pty.plug_uart());
+    pty.set_auto_answer(false);
     const std::string frame = "AT+VER?#11&1\r\n";
     EXPECT_EQ(14, VUART_Send(pty.slave_fd(), frame.c_str(), 14));
     EXPECT_EQ(frame, pty.take_output());

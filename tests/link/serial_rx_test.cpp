@@ -14,10 +14,10 @@
 #include "fixtures/census.h"
 #include "fixtures/child_process.h"
 #include "fixtures/device.h"
-#include "fixtures/pty_link.h"
 #include "fixtures/queue_probe.h"
-#include "fixtures/signal_catcher.h"
+#include "fixtures/sysroot.h"
 #include "fixtures/wait_until.h"
+#include "sim/accessory.h"
 
 namespace {
 
@@ -70,52 +70,14 @@ TEST(Gather, BatchesOfWholeLinesReachTheParserFromTheMcu) {
     }
 }
 
-// Each cycle pulls the accessory while its receive thread blocks in a read:
-// the thread ends itself and tells the signal thread. Started with no link
-// open, it ends at once, and says so while the accessory still counts as
-// plugged. Nothing may stay behind.
-TEST(VuartRxThread, EndsWhenPulledOrNeverOpenedAndLeavesNothingBehind) {
-    atcmd_test::TempSysroot root;
-    atcmd_test::SignalCatcher signals({SIGUSR1, SIGUSR2});
-    atcmd_test::TestDevice dev;
-    dev.status().usbdev_sts.usb_connected = 1;
-    const int fds = atcmd_test::open_fd_count();
-    const int threads = atcmd_test::thread_count();
-    auto run_thread_until_it_ends = [&](const std::function<void()> &meanwhile) {
-        size_t seen = signals.received().size();
-        ASSERT_EQ(0, pthread_create(&g_VuartRx_thread, nullptr, atcmder_VuartRx_thread, nullptr));
-        meanwhile();
-        ASSERT_TRUE(signals.wait_for(seen + 1));
-        ASSERT_TRUE(wait_until([] { return g_VuartRx_thread == 0; }));
-        ASSERT_TRUE(wait_until([&] { return atcmd_test::thread_count() == threads; }));
-    };
-
-    for (int cycle = 0; cycle < 20; ++cycle) {
-        SCOPED_TRACE(cycle);
-        atcmd_test::PtyLink pty;
-        pty.plug(root, "/dev/ttyACM0");
-        ASSERT_EQ(0, VUART_init(&g_vuart_fd, 0));
-        const std::string line = "+STATE=" + std::to_string(cycle) + "#0&1\r\n";
-        ASSERT_NO_FATAL_FAILURE(run_thread_until_it_ends([&] {
-            pty.send(line);
-            EXPECT_EQ(Lines{line}, rx_lines(1));
-            pty.unplug();
-        }));
-        close(g_vuart_fd);
-        g_vuart_fd = -1;
-    }
-    EXPECT_EQ(fds, atcmd_test::open_fd_count());
-    run_thread_until_it_ends([] {});
-    EXPECT_EQ(std::vector<int>(21, SIGUSR2), signals.received());
-}
-
 // The UART receive thread runs for ever: a child process.
 TEST(UartRxThread, LinesFlowUntilThePortDiesThenRetriesWithPauses) {
     EXPECT_CHILD_PASSES([] {
         atcmd_test::TempSysroot root;
         atcmd_test::TestDevice dev;
-        atcmd_test::PtyLink pty;
-        pty.plug(root, "/dev/ttyS4");
+        atsim::Transcript transcript;
+        atsim::Accessory pty(root.root(), transcript);
+        ASSERT_TRUE(pty.plug_uart());
         ASSERT_EQ(0, UART_init(&g_uart_fd));
         ASSERT_EQ(0, pthread_create(&g_uartRx_thread, nullptr, atcmder_uartRx_thread, nullptr));
         pty.send("+VER=1.0.2#11&2\r\n");

@@ -7,11 +7,7 @@
 
 #include "atcmdprocess.h"
 #include "fixtures/sysroot.h"
-#include "fixtures/callback_sink.h"
 #include "fixtures/census.h"
-#include "fixtures/child_process.h"
-#include "fixtures/device.h"
-#include "fixtures/signal_catcher.h"
 
 namespace {
 
@@ -58,44 +54,6 @@ TEST(KavrenPlugged, OnlyTheAccessoryProductLineMatches) {
         EXPECT_EQ(r.plugged, kavren_plugged()) << node;
     }
     EXPECT_EQ(fds, atcmd_test::open_fd_count());
-}
-
-// The watcher thread never ends, so it runs in a child process.
-TEST(HotplugWatcher, NodesComingAndGoingReachTheSignalThread) {
-    EXPECT_CHILD_PASSES([] {
-        TempSysroot root;
-        atcmd_test::SignalCatcher signals({SIGUSR1, SIGUSR2});
-        root.write_file("/dev/ttyACM0", "");
-        ASSERT_EQ(0, dev_hotplug_init());
-        ASSERT_TRUE(signals.wait_for(1)) << "the start-up scan announces ttyACM0";
-
-        root.write_file("/dev/ttyACM1", "");
-        ASSERT_TRUE(signals.wait_for(2));
-        EXPECT_EQ(1, g_dev_ACM);
-        EXPECT_STREQ("ttyACM1", g_dev_ACM_name);
-
-        // Neither another tty nor a directory is an ACM node: the next
-        // signal must be the removal's.
-        root.write_file("/dev/ttyS5", "");
-        root.mkdirs("/dev/ttyACM7");
-        ASSERT_EQ(0, unlink(root.path("/dev/ttyACM1").c_str()));
-        ASSERT_TRUE(signals.wait_for(3));
-        EXPECT_EQ((std::vector<int>{SIGUSR1, SIGUSR1, SIGUSR2}), signals.received());
-        EXPECT_EQ(1, g_dev_ACM) << "removal keeps the number";
-    });
-}
-
-// Stored as {usb_devinfo, usb_connected}; the client gets them the other
-// way round: {cmd_id, seq_num, usb_connected, usb_devinfo}.
-TEST(NotifyUsbevent, PluggedFlagFirstThenDeviceValue) {
-    atcmd_test::TestDevice dev;
-    dev.status().usbdev_sts = {5, 1};
-    notify_usbevent();
-    auto msgs = atcmd_test::CallbackSink::messages();
-    ASSERT_EQ(1u, msgs.size());
-    const auto &m = msgs[0];
-    EXPECT_EQ((std::vector<int>{16, 0, 1, 5}),
-              (std::vector<int>{m.cmd_id, m.seq_num, m.i32[0], m.i32[1]}));
 }
 
 }  // namespace

@@ -6,42 +6,48 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <memory>
 #include <string>
 #include <thread>
 
 #include "atcmdprocess.h"
 #include "core/threads.h"
-#include "fixtures/callback_sink.h"
 #include "fixtures/census.h"
 #include "fixtures/child_process.h"
 #include "fixtures/device.h"
-#include "fixtures/hid_daemon.h"
 #include "fixtures/props.h"
 #include "fixtures/sysroot.h"
 #include "fixtures/wait_until.h"
+#include "sim/hid_daemon.h"
 
 namespace {
 
-using atcmd_test::CallbackSink;
 using atcmd_test::prop;
-using atcmd_test::FakeHidDaemon;
 
 struct WifiControl : ::testing::Test {
     atcmd_test::TempSysroot root;
+    atsim::Transcript transcript;
+    // The daemon, acknowledging an orderly stop with ack ("" for none).
+    std::unique_ptr<atsim::HidDaemon> daemon(const std::string &ack) {
+        auto d = std::make_unique<atsim::HidDaemon>(root.root(), atsim::PropertyStore{property_get, property_set}, transcript);
+        if (ack.empty()) d->set_ack_exit(false);
+        else d->set_ack_text(ack);
+        return d;
+    }
     atcmd_test::TestDevice dev;
     system_status_t &st = dev.status();
 };
 
 TEST_F(WifiControl, InitStartsTheDaemonInThePlatformsRole) {
-    FakeHidDaemon daemon(root, "exit");
+    auto daemon = this->daemon("exit");
     st.platform = 2;
     ASSERT_EQ(0, atcmdprocess_wifi_init("192.168.1.7"));
-    EXPECT_EQ(1, daemon.exit_requests()) << "a new server address restarts the daemon";
+    EXPECT_EQ(1, daemon->exit_requests()) << "a new server address restarts the daemon";
     EXPECT_EQ("start_client", prop("vendor.hid_cmd"));
     EXPECT_EQ("192.168.1.7", prop("vendor.hid_sts"));
     EXPECT_STREQ("192.168.1.7", st.ipaddr);
     ASSERT_EQ(0, atcmdprocess_wifi_init("192.168.1.7"));
-    EXPECT_EQ(1, daemon.exit_requests()) << "the same address does not";
+    EXPECT_EQ(1, daemon->exit_requests()) << "the same address does not";
     EXPECT_EQ(-EINVAL, atcmdprocess_wifi_init("192.168.100.200x"));
     EXPECT_STREQ("192.168.1.7", st.ipaddr) << "an address that does not fit is refused";
 
@@ -61,17 +67,17 @@ TEST_F(WifiControl, InitStartsTheDaemonInThePlatformsRole) {
 
 TEST_F(WifiControl, StopAsksPolitelyAndForcesWhenTheDaemonDoesNotAnswerExactly) {
     {
-        FakeHidDaemon daemon(root, "exit");
+        auto daemon = this->daemon("exit");
         property_set("vendor.hid_cmd", "start_server");
         stop_hiddemon();
-        EXPECT_EQ(1, daemon.exit_requests());
+        EXPECT_EQ(1, daemon->exit_requests());
         EXPECT_EQ("start_server", prop("vendor.hid_cmd")) << "an orderly exit needs no force";
     }
     {
-        FakeHidDaemon daemon(root, "exited");
+        auto daemon = this->daemon("exited");
         st.platform = 2;
         stop_hiddemon();
-        EXPECT_EQ(1, daemon.exit_requests());
+        EXPECT_EQ(1, daemon->exit_requests());
         EXPECT_EQ("stop_client", prop("vendor.hid_cmd"));
     }
     unlink(root.path("/dev/fifo_cmd").c_str());
@@ -86,7 +92,7 @@ TEST_F(WifiControl, StopAsksPolitelyAndForcesWhenTheDaemonDoesNotAnswerExactly) 
 
 TEST_F(WifiControl, ChannelOpensOverTheDaemonsFifosAndClosesWithoutLeaks) {
     EXPECT_EQ(10, Socket_Fifo_Init()) << "the FIFOs are the daemon's to create";
-    FakeHidDaemon daemon(root, "exit");
+    auto daemon = this->daemon("exit");
     int before = atcmd_test::open_fd_count();
     const std::string rx = root.path("/dev/fifo_rx");
     unlink(rx.c_str());
@@ -110,35 +116,13 @@ TEST_F(WifiControl, ChannelOpensOverTheDaemonsFifosAndClosesWithoutLeaks) {
     EXPECT_EQ(before, atcmd_test::open_fd_count());
 }
 
-TEST_F(WifiControl, TearDownStopsEverythingAndTellsTheClient) {
-    FakeHidDaemon daemon(root, "exit");
-    st.wifi_status = 1;
-    st.mode = 1;
-    ASSERT_EQ(0, Socket_Fifo_Init());
-    ASSERT_EQ(0, atcmd::start_alarm_thread(&g_wifiHBeat_thread, atcmder_wifiHBeat_thread));
-
-    EXPECT_EQ(0, atcmdprocess_wifi_stchange(1));
-    EXPECT_EQ(1, st.wifi_status) << "only state 0 tears down";
-
-    EXPECT_EQ(0, atcmdprocess_wifi_stchange(0));
-    EXPECT_EQ(0, st.wifi_status);
-    EXPECT_EQ(-1, st.mode);
-    EXPECT_EQ(1, daemon.exit_requests());
-    EXPECT_EQ("disable", prop("vendor.kavren.timesync"));
-    EXPECT_EQ(-1, g_fifo_rx_fd);
-    EXPECT_EQ(0u, g_wifiHBeat_thread) << "the heartbeat thread was ended and joined";
-    ASSERT_EQ(1u, CallbackSink::messages().size());
-    EXPECT_EQ(18, CallbackSink::messages()[0].cmd_id);
-    EXPECT_EQ(0, CallbackSink::messages()[0].i64);
-}
-
 // A stop right after a start, before the receive thread reached its first
 // wait, must end that thread and nothing else; two tear-downs at once (the
 // heartbeat's restart beside the client's) must end each thread exactly once.
 TEST_F(WifiControl, TearDownsThatRaceTheThreadsEndEachOneOnce) {
     int status = atcmd_test::run_in_child(
         [this] {
-            FakeHidDaemon daemon(root, "exit");
+            auto daemon = this->daemon("exit");
             const int threads = atcmd_test::thread_count();
             for (int round = 0; round < 50; ++round) {
                 ASSERT_EQ(0, Socket_Fifo_Init());

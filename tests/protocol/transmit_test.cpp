@@ -11,7 +11,8 @@
 #include "fixtures/child_process.h"
 #include "fixtures/device.h"
 #include "fixtures/log_capture.h"
-#include "fixtures/pty_link.h"
+#include "fixtures/sysroot.h"
+#include "sim/accessory.h"
 #include "fixtures/queue_probe.h"
 
 namespace {
@@ -35,9 +36,14 @@ enum Link { kNone, kUart, kVuart, kFifo, kFifoRefuses };
 
 struct Links : ::testing::Test {
     atcmd_test::TestDevice dev;
-    atcmd_test::PtyLink uart, vuart;
+    atcmd_test::TempSysroot root;
+    atsim::Transcript transcript;
+    atsim::Accessory uart{root.root(), transcript}, vuart{root.root(), transcript};
     int fifo[2] = {-1, -1};  // a pipe stands in for the WiFi FIFO; its read end refuses writes
-    void SetUp() override { ASSERT_EQ(0, pipe2(fifo, O_NONBLOCK)); }
+    void SetUp() override {
+        ASSERT_TRUE(uart.plug_uart() && vuart.plug_usb(0));
+        ASSERT_EQ(0, pipe2(fifo, O_NONBLOCK));
+    }
     std::string fifo_output() {  // a pipe write is complete when write returns
         char buf[256];
         ssize_t n = read(fifo[0], buf, sizeof buf);
@@ -101,12 +107,16 @@ int64_t now_usec() {
 // The transmit thread never ends, so it runs in a child process.
 TEST_F(Links, ThreadSendsInOrderAndStampsWhatAwaitsAReply) {
     EXPECT_CHILD_PASSES([this] {
-        g_vuart_fd = vuart.slave_fd();
+        atsim::Accessory acc(root.root(), transcript);  // threads do not cross fork
+        ASSERT_TRUE(acc.plug_usb(1));
+        g_vuart_fd = acc.slave_fd();
         int64_t before = now_usec();
         ASSERT_EQ(0, pthread_create(&g_Tx_thread, nullptr, atcmder_Tx_thread, nullptr));
         queue_tx(record(3, 11, 1, 11, "AT+VER?#11&1\r\n"));
         queue_tx(record(4, 0, 1, 7, "+STATE=1#0&1\r\n"));
-        EXPECT_EQ("AT+VER?#11&1\r\n+STATE=1#0&1\r\n", vuart.read_until("+STATE=1#0&1\r\n"));
+        ASSERT_TRUE(acc.wait_for_count(2, std::chrono::seconds(5)));
+        EXPECT_EQ((std::vector<std::string>{"AT+VER?#11&1\r\n", "+STATE=1#0&1\r\n"}),
+                  acc.received());
         int64_t after = now_usec();
         auto waiting = atcmd_test::drain(&Timeout_head, &g_timeoutqueue_mutex);
         ASSERT_EQ(1u, waiting.size()) << "the report carries no sequence number";

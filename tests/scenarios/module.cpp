@@ -1,0 +1,71 @@
+#include "scenarios/module.h"
+
+#include <cutils/properties.h>
+
+#include <algorithm>
+
+#include "fixtures/wait_until.h"
+
+namespace scenario {
+
+Module::Module(const std::string &sysroot) {
+    setenv("ATCMD_SYSROOT", sysroot.c_str(), 1);
+    handle_ = dlopen(ATCMD_MODULE_PATH, RTLD_NOW);
+    if (handle_ == nullptr) {
+        ADD_FAILURE() << dlerror();
+        return;
+    }
+    hmi_ = static_cast<hw_module_t *>(dlsym(handle_, HAL_MODULE_INFO_SYM_AS_STR));
+    if (hmi_ == nullptr || strcmp(hmi_->id, ATCMDPROCESS_HARDWARE_MODULE_ID) != 0) {
+        ADD_FAILURE() << "no module record with the id " ATCMDPROCESS_HARDWARE_MODULE_ID;
+        hmi_ = nullptr;
+        return;
+    }
+    hmi_->dso = handle_;
+    atcmd_test::CallbackSink::clear();
+}
+
+atcmdprocess_device_t *Module::open() {
+    hw_device_t *common = nullptr;
+    if (hmi_ == nullptr || hmi_->methods->open(hmi_, ATCMDPROCESS_HARDWARE_MODULE_ID, &common) != 0)
+        return nullptr;
+    dev_ = reinterpret_cast<atcmdprocess_device_t *>(common);
+    dev_->set_notify_callback(dev_, &atcmd_test::CallbackSink::callback);
+    return dev_;
+}
+
+atsim::PropertyStore Module::properties() {
+    return {sym<int(const char *, char *, const char *)>("property_get"),
+            sym<int(const char *, const char *)>("property_set")};
+}
+
+std::string Module::prop(const char *key) {
+    char v[PROPERTY_VALUE_MAX];
+    properties().get(key, v, "");
+    return v;
+}
+
+void Module::set_prop(const char *key, const char *value) { properties().set(key, value); }
+
+bool Module::wait_told(const std::string &described, std::chrono::milliseconds timeout) {
+    return atcmd_test::wait_until(
+        [&] {
+            Texts t = told();
+            return std::find(t.begin(), t.end(), described) != t.end();
+        },
+        static_cast<int>(timeout.count()));
+}
+
+Texts query_burst(int platform, const std::string &mac) {
+    const std::string tail = platform == 1 ? "&1\r\n" : "&2\r\n";
+    Texts burst = {"AT+TYPE?#15" + tail, "AT+BAT?#9" + tail,
+                   platform == 1 ? "AT+BTMAC=" + mac + "#7&1\r\n" : "AT+BLEMAC=" + mac + "#8&2\r\n",
+                   "AT+SN?#13" + tail, "AT+SID?#14" + tail, "AT+SCREEN?#17" + tail};
+    if (platform == 1)
+        for (const char *q : {"AT+STATE?#10", "AT+USBSTATE?#16", "AT+BLEMAC?#8"}) burst.push_back(q + tail);
+    burst.push_back("AT+MICMODE?#19" + tail);
+    burst.push_back("AT+VER?#11" + tail);
+    return burst;
+}
+
+}  // namespace scenario

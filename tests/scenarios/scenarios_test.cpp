@@ -1,0 +1,311 @@
+// Whole-module scenarios: only what a client has (the library, its public
+// header, the device object and its callback) against the simulated
+// accessory and HID daemon. Each runs in a child process of its own, since
+// the service's threads live as long as the process and close ends it.
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <string>
+#include <thread>
+
+#include "fixtures/census.h"
+#include "fixtures/child_process.h"
+#include "fixtures/sysroot.h"
+#include "fixtures/wait_until.h"
+#include "scenarios/module.h"
+
+namespace {
+
+using namespace scenario;
+using atcmd_test::wait_until;
+
+constexpr const char *kMac = "AA:BB:CC:DD:EE:FF";
+
+struct Scenario : ::testing::Test {
+    atcmd_test::TempSysroot root;
+    atsim::Transcript transcript;
+
+    // Runs body in a child with the module loaded; the transcript is shown
+    // when the child fails.
+    void run(const std::function<void(Module &)> &body, int timeout_ms = 60000) {
+        int status = atcmd_test::run_in_child(
+            [&] {
+                Module m(root.root());
+                m.set_prop("net.bluetooth.macaddr", kMac);
+                body(m);
+                if (::testing::Test::HasFailure()) fprintf(stderr, "%s", transcript.dump().c_str());
+            },
+            timeout_ms);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "child wait status " << status;
+    }
+};
+
+int count_of(const Texts &lines, const std::string &line) {
+    return static_cast<int>(std::count(lines.begin(), lines.end(), line));
+}
+
+// Plug-in: identity check, the virtual UART, mode 0, the query burst, the
+// USB event, and the answers in the client and the accessory record.
+TEST_F(Scenario, PlugInOpensTheLinkAsksTheAccessoryAndTellsTheClient) {
+    run([&](Module &m) {
+        ASSERT_NE(nullptr, m.open());
+        const system_status_t &st = m.status();
+        EXPECT_EQ((std::vector<int>{1, -1, -1, 1, -1, -1}),
+                  (std::vector<int>{st.platform, st.mode, st.wifi_status, st.state,
+                                    st.usbdev_sts.usb_devinfo, st.usbdev_sts.usb_connected}));
+        EXPECT_EQ(0, access((root.root() + "/sdcard/tavrinola/.log/atcmdprocess").c_str(), F_OK));
+        atsim::Accessory acc(root.root(), transcript);
+        ASSERT_TRUE(acc.plug_usb(0));
+        ASSERT_TRUE(acc.wait_for_count(query_burst(1, kMac).size(), 5s));
+        EXPECT_EQ(query_burst(1, kMac), acc.received());
+        // The plug event and the accessory's own "+USBSTATE" answer both say 1,3
+        // once the answer has been parsed.
+        EXPECT_TRUE(m.wait_told("16/0:1,3"));
+        EXPECT_TRUE(m.wait_told("11/11:'1.0.2'"));
+        Texts told = m.told();
+        EXPECT_EQ(1, count_of(told, "15/15:'KM5816W'"));
+        EXPECT_EQ(1, count_of(told, "13/13:'KV5816A00123'"));
+        EXPECT_EQ(ATCMD_MODE_USB, m.status().mode);
+        const auto *info = m.sym<kavren_devInfo_t>("g_kavren_devInfo");
+        EXPECT_STREQ("KV5816A00123", info->sn);
+        EXPECT_STREQ("SID-0001", info->sid);
+        EXPECT_EQ(1, info->model);
+        EXPECT_STREQ("V20231105_user", info->ver_item3);
+    });
+}
+
+TEST_F(Scenario, ANodePresentAtStartIsFoundAForeignOneIgnored) {
+    run([&](Module &m) {
+        atsim::Accessory foreign(root.root(), transcript);
+        ASSERT_TRUE(foreign.plug_usb(1, "1d6b/0002/515"));
+        atsim::Accessory acc(root.root(), transcript);
+        ASSERT_TRUE(acc.plug_usb(0));
+        ASSERT_NE(nullptr, m.open());
+        EXPECT_TRUE(acc.wait_for_count(query_burst(1, kMac).size(), 5s));
+        EXPECT_TRUE(m.wait_told("16/0:1,3"));
+        EXPECT_EQ(Texts{}, foreign.received());
+    });
+}
+
+// Sent, resent twice, then reported; the answered ones are retired.
+TEST_F(Scenario, AnUnansweredQueryIsSentThreeTimesThenReportedOnce) {
+    run([&](Module &m) {
+        ASSERT_NE(nullptr, m.open());
+        atsim::Accessory acc(root.root(), transcript);
+        acc.silence("+SN");
+        ASSERT_TRUE(acc.plug_usb(0));
+        ASSERT_TRUE(m.wait_told("24/13:-110", 10s));
+        std::this_thread::sleep_for(1s);  // nothing else may time out meanwhile
+        EXPECT_EQ(3, count_of(acc.received(), "AT+SN?#13&1\r\n"));
+        EXPECT_EQ(1, count_of(acc.received(), "AT+SID?#14&1\r\n"));
+        Texts told = m.told();
+        EXPECT_EQ(1, std::count_if(told.begin(), told.end(),
+                                   [](const std::string &t) { return t.rfind("24/", 0) == 0; }));
+    });
+}
+
+// Pulled while reports flow: the USB event, mode back to none (or WiFi
+// when WiFi is up), nothing left behind, and a second plug works.
+TEST_F(Scenario, UnplugWhileLinesFlowThenPlugAgain) {
+    run([&](Module &m) {
+        ASSERT_NE(nullptr, m.open());
+        atsim::Accessory acc(root.root(), transcript);
+        std::this_thread::sleep_for(200ms);  // start-up done
+        const int fds = atcmd_test::open_fd_count(), threads = atcmd_test::thread_count();
+        ASSERT_TRUE(acc.plug_usb(0));
+        ASSERT_TRUE(m.wait_told("16/0:1,3"));
+        acc.report_every(20ms, "+HRM=35,40\r\n");
+        ASSERT_TRUE(m.wait_told("33/0:35,40"));
+        acc.unplug();
+        EXPECT_TRUE(m.wait_told("16/0:0,-1"));
+        EXPECT_TRUE(wait_until([&] { return m.status().mode == ATCMD_MODE_NONE; }));
+        EXPECT_TRUE(wait_until([&] { return atcmd_test::thread_count() == threads; }))
+            << atcmd_test::thread_count() << " threads, " << threads << " before the plug";
+        EXPECT_TRUE(wait_until([&] { return atcmd_test::open_fd_count() == fds; }))
+            << atcmd_test::open_fd_count() << " descriptors, " << fds << " before the plug";
+
+        atcmd_test::CallbackSink::clear();
+        ASSERT_EQ(0, m.device()->wifi_init("10.0.0.1"));  // WiFi requested: unplug falls back to it
+        ASSERT_TRUE(acc.plug_usb(0));
+        EXPECT_TRUE(m.wait_told("16/0:1,3"));
+        EXPECT_EQ(ATCMD_MODE_USB, m.status().mode);
+        acc.unplug();
+        EXPECT_TRUE(m.wait_told("16/0:0,-1"));
+        EXPECT_TRUE(wait_until([&] { return m.status().mode == ATCMD_MODE_WIFI; }));
+    });
+}
+
+// The WiFi link end to end on platform 1: start, "running", frames both
+// ways, heartbeats, a lost heartbeat and the daemon's restart, tear-down.
+TEST_F(Scenario, WifiLinkComesUpCarriesFramesSurvivesALostHeartbeatAndGoesDown) {
+    run([&](Module &m) {
+        ASSERT_NE(nullptr, m.open());
+        atsim::HidDaemon daemon(root.root(), m.properties(), transcript);
+        atcmdprocess_device_t *dev = m.device();
+        static atcmdprocess_device_t *s_dev;
+        s_dev = dev;
+        daemon.on_status([](const std::string &text) { s_dev->hiddemon_stchange(text.c_str()); });
+        ASSERT_EQ(0, dev->wifi_init("192.168.1.7"));
+        ASSERT_TRUE(m.wait_told("18/0:1")) << "the daemon's running reached the client";
+        ASSERT_TRUE(daemon.wait_for_line([](const std::string &l) { return l == "AT+VER?#11&1\r\n"; },
+                                         5s))
+            << "the query burst goes out over WiFi";
+        EXPECT_EQ(ATCMD_MODE_WIFI, m.status().mode);
+        EXPECT_EQ("enable", m.prop("vendor.kavren.timesync"));
+        daemon.send_to_module("+SN=WIFI-SN#13&1\r\n");
+        EXPECT_TRUE(m.wait_told("13/13:'WIFI-SN'"));
+
+        // Beats every second for longer than the module's 5 s period keep the
+        // link; one silent period restarts the daemon.
+        const uint64_t *beats = m.sym<uint64_t>("g_wifiHBeat_num");
+        EXPECT_TRUE(wait_until([&] { return *beats >= 7; }, 15000));
+        EXPECT_EQ(0, daemon.exit_requests());
+        daemon.pause_heartbeats(true);
+        EXPECT_TRUE(wait_until([&] { return daemon.exit_requests() >= 1; }, 15000));
+        daemon.pause_heartbeats(false);
+        EXPECT_TRUE(wait_until([&] { return daemon.running(); }, 5000));
+
+        atcmd_test::CallbackSink::clear();
+        EXPECT_EQ(0, dev->wifi_stchange(1));
+        EXPECT_EQ(ATCMD_MODE_WIFI, m.status().mode) << "only state 0 tears down";
+        EXPECT_EQ(0, dev->wifi_stchange(0));
+        EXPECT_TRUE(m.wait_told("18/0:0"));
+        EXPECT_EQ(ATCMD_MODE_NONE, m.status().mode);
+        EXPECT_EQ("disable", m.prop("vendor.kavren.timesync"));
+        EXPECT_EQ(0, m.status().wifi_status);
+        EXPECT_EQ(0u, *m.sym<pthread_t>("g_wifiHBeat_thread"));
+        EXPECT_EQ(-1, *m.sym<int>("g_fifo_rx_fd"));
+    }, 90000);
+}
+
+// Platform 2 bridges the WiFi peer and the MCU on the UART while casting over
+// WiFi; the hand-shake sends the version report and the queries.
+TEST_F(Scenario, Platform2RelaysBetweenPeerAndMcuAndShakesHands) {
+    run([&](Module &m) {
+        m.set_prop("ro.tavrinola.version", "V1.2");
+        ASSERT_NE(nullptr, m.open());
+        atsim::Accessory acc(root.root(), transcript);
+        acc.set_value("+USBSTATE", "0,0");  // on the UART, not connected over USB
+        ASSERT_TRUE(acc.plug_uart());
+        // The UART is the client's to open on a device switched to platform 2.
+        m.status().platform = ATCMD_PLATFORM_UART;
+        ASSERT_EQ(0, m.sym<int(int *)>("UART_init")(m.sym<int>("g_uart_fd")));
+        pthread_t uart_rx;
+        ASSERT_EQ(0, pthread_create(&uart_rx, nullptr, m.sym<void *(void *)>("atcmder_uartRx_thread"),
+                                    nullptr));
+
+        ASSERT_EQ(0, m.device()->amlogic_shake_hands());
+        EXPECT_TRUE(acc.wait_for_line([](const std::string &l) { return l == "AT+USBSTATE?#16&2\r\n"; },
+                                      5s));
+        Texts expected = {"+VER=WIFI:V1.2\r\n"};
+        for (const std::string &q : query_burst(2, kMac)) expected.push_back(q);
+        expected.push_back("AT+USBSTATE?#16&2\r\n");
+        EXPECT_EQ(expected, acc.received());
+
+        atsim::HidDaemon daemon(root.root(), m.properties(), transcript);
+        static atcmdprocess_device_t *s_dev;
+        s_dev = m.device();
+        daemon.on_status([](const std::string &text) { s_dev->hiddemon_stchange(text.c_str()); });
+        acc.clear_received();
+        ASSERT_EQ(0, m.device()->wifi_init("192.168.1.7"));
+        EXPECT_EQ("192.168.1.7", m.prop("vendor.hid_sts"));
+        ASSERT_TRUE(wait_until([&] { return m.status().mode == ATCMD_MODE_WIFI; }));
+        daemon.clear_received();
+        daemon.send_to_module("AT+SCREEN?#17&1\r\n");  // the peer asks the MCU
+        EXPECT_TRUE(acc.wait_for_line([](const std::string &l) { return l == "AT+SCREEN?#17&1\r\n"; },
+                                      5s));
+        EXPECT_TRUE(daemon.wait_for_line([](const std::string &l) { return l == "+SCREEN=1#17&1\r\n"; },
+                                         5s))
+            << "and the MCU's answer goes back to the peer";
+        EXPECT_EQ(Texts{"AT+SCREEN?#17&1\r\n"}, acc.received()) << "platform 2 asks nothing itself";
+    });
+}
+
+// "+SHUTDOWN" powers the phone off; close then ends the whole process with
+// SIGKILL, which the parent sees as signal 9 and never as another.
+TEST_F(Scenario, ShutdownFromTheAccessoryAndCloseEndTheProcess) {
+    int status = atcmd_test::run_in_child([&] {
+        Module m(root.root());
+        m.set_prop("net.bluetooth.macaddr", kMac);
+        atcmdprocess_device_t *dev = m.open();
+        atsim::Accessory acc(root.root(), transcript);
+        if (dev == nullptr || !acc.plug_usb(0) || !m.wait_told("16/0:1,3")) _exit(2);
+        acc.send("+SHUTDOWN\r\n");
+        if (!wait_until([&] { return m.prop("sys.powerctl") == "shutdown"; })) _exit(3);
+        if (!m.wait_told("3/0:-")) _exit(4);
+        dev->common.close(&dev->common);
+        _exit(5);
+    });
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << "child wait status " << status;
+}
+
+// Garbage, over-long lines and split lines around well-formed reports: each
+// report reaches the client exactly once, in order.
+TEST_F(Scenario, NoiseDoesNotCostAWellFormedLine) {
+    run([&](Module &m) {
+        ASSERT_NE(nullptr, m.open());
+        atsim::Accessory acc(root.root(), transcript);
+        ASSERT_TRUE(acc.plug_usb(0));
+        ASSERT_TRUE(m.wait_told("16/0:1,3"));
+        atcmd_test::CallbackSink::clear();
+        for (int i = 1; i <= 5; ++i) {
+            const std::string n = std::to_string(i);
+            acc.send_garbage(40);
+            acc.send("+HRM=" + n + "," + n + "\r\n");
+            acc.send_overlong(200);
+            acc.send_split("+HALLCG=" + n + ",0,0\r\n", 4);
+            std::this_thread::sleep_for(20ms);  // the accessory's own pace
+        }
+        ASSERT_TRUE(m.wait_told("31/0:5,0,0"));
+        Texts expected;
+        for (int i = 1; i <= 5; ++i) {
+            const std::string n = std::to_string(i);
+            expected.push_back("33/0:" + n + "," + n);
+            expected.push_back("31/0:" + n + ",0,0");
+        }
+        Texts reports = m.told();  // the query burst's answers may still come in
+        reports.erase(std::remove_if(reports.begin(), reports.end(),
+                                     [](const std::string &t) {
+                                         return t.rfind("33/", 0) != 0 && t.rfind("31/", 0) != 0;
+                                     }),
+                      reports.end());
+        EXPECT_EQ(expected, reports);
+    });
+}
+
+TEST_F(Scenario, IdleWithNothingPluggedCostsNextToNoCpu) {
+    run([&](Module &m) {
+        ASSERT_NE(nullptr, m.open());
+        std::this_thread::sleep_for(200ms);  // start-up done
+        rusage before, after;
+        getrusage(RUSAGE_SELF, &before);
+        std::this_thread::sleep_for(5s);
+        getrusage(RUSAGE_SELF, &after);
+        auto usec = [](const rusage &r) {
+            return (r.ru_utime.tv_sec + r.ru_stime.tv_sec) * 1000000L + r.ru_utime.tv_usec +
+                   r.ru_stime.tv_usec;
+        };
+        EXPECT_LT(usec(after) - usec(before), 250000) << "CPU microseconds in 5 s";
+    });
+}
+
+// A second open hands out a second device, and the service follows it.
+TEST_F(Scenario, ASecondOpenServesTheNewDevice) {
+    run([&](Module &m) {
+        atcmdprocess_device_t *first = m.open();
+        atcmdprocess_device_t *second = m.open();
+        ASSERT_NE(nullptr, second);
+        EXPECT_NE(first, second);
+        EXPECT_EQ(second, *m.sym<atcmdprocess_device_t *>("g_patcmd_dev"));
+        atsim::Accessory acc(root.root(), transcript);
+        acc.silence("+USBSTATE");  // the mode then comes from the plug alone
+        ASSERT_TRUE(acc.plug_usb(0));
+        EXPECT_TRUE(wait_until([&] { return second->system_status.mode == ATCMD_MODE_USB; }));
+        EXPECT_EQ(ATCMD_MODE_NONE, first->system_status.mode);
+    });
+}
+
+}  // namespace
