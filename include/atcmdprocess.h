@@ -317,6 +317,55 @@ enum atcmd_cmd_id {
 
 #define ATCMD_NUM_CMDS 39
 
+/* What a message's data points at, by its cmd_id (data may be NULL). */
+enum atcmd_payload_kind {
+    ATCMD_PAYLOAD_NONE,      /* "+UPGRADE", "+RECOVERY", "+SHUTDOWN", rows without a parser */
+    ATCMD_PAYLOAD_NUMBER,    /* one int64_t */
+    ATCMD_PAYLOAD_LIST,      /* *count int32_t (battery 6, hall and acceleration 3,
+                                temperature 2, state 1) */
+    ATCMD_PAYLOAD_TEXT,      /* a NUL-terminated text */
+    ATCMD_PAYLOAD_USB_EVENT, /* two int32_t: usb_connected, then usb_devinfo */
+    ATCMD_PAYLOAD_ERROR      /* "+ERROR": a reply time-out (-110) or a failed UART (-6) as
+                                an int32_t followed by a zero word, or the accessory's
+                                "+ERROR" number as an int64_t; the first int32_t reads
+                                right for both on a little-endian phone */
+};
+
+static inline enum atcmd_payload_kind atcmd_payload_kind_of(uint16_t cmd_id, size_t *count) {
+    *count = 1;
+    switch (cmd_id) {
+    case ATCMD_ID_BAT:
+    case ATCMD_ID_BATCG:
+        *count = 6;
+        return ATCMD_PAYLOAD_LIST;
+    case ATCMD_ID_HALL:
+    case ATCMD_ID_ACC:
+    case ATCMD_ID_HALLCG:
+        *count = 3;
+        return ATCMD_PAYLOAD_LIST;
+    case ATCMD_ID_HRM:
+        *count = 2;
+        return ATCMD_PAYLOAD_LIST;
+    case ATCMD_ID_STATE: /* a state code */
+        return ATCMD_PAYLOAD_LIST;
+    case ATCMD_ID_USBSTATE:
+        *count = 2;
+        return ATCMD_PAYLOAD_USB_EVENT;
+    case ATCMD_ID_ERROR:
+        return ATCMD_PAYLOAD_ERROR;
+    case ATCMD_ID_BTMAC: case ATCMD_ID_BLEMAC: case ATCMD_ID_VER: case ATCMD_ID_SN:
+    case ATCMD_ID_SID: case ATCMD_ID_TYPE: case ATCMD_ID_DTR: case ATCMD_ID_MMI1: case ATCMD_ID_PT:
+        return ATCMD_PAYLOAD_TEXT;
+    case ATCMD_ID_REBOOT: case ATCMD_ID_POWEROFF: case ATCMD_ID_RESET: case ATCMD_ID_SCREEN:
+    case ATCMD_ID_WIFICON: case ATCMD_ID_MICMODE: case ATCMD_ID_WIFI: case ATCMD_ID_BT:
+    case ATCMD_ID_BKL: case ATCMD_ID_MODE: case ATCMD_ID_LIGHT: case ATCMD_ID_TEST:
+        return ATCMD_PAYLOAD_NUMBER;
+    default:
+        *count = 0;
+        return ATCMD_PAYLOAD_NONE;
+    }
+}
+
 typedef unsigned int (*atcmd_parser_t)(AtCmder_t *cmd);
 
 typedef struct at_cmd {
