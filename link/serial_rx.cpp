@@ -5,6 +5,7 @@
 // and ends itself, telling the signal thread with SIGUSR2.
 #include "link/serial_rx.h"
 
+#include <fcntl.h>
 #include <signal.h>
 #include <string.h>
 #include <sys/prctl.h>
@@ -13,6 +14,7 @@
 #include "core/delays.h"
 #include "core/device_state.h"
 #include "core/log.h"
+#include "core/relaxed.h"
 #include "core/threads.h"
 
 namespace atcmd {
@@ -51,6 +53,34 @@ int32_t usb_connected() {
     }
     return st->usbdev_sts.usb_connected;
 }
+
+// A duplicate of a shared descriptor, taken while the shared variable still
+// names it, and kept until it fails or the variable names another one.
+class OwnDescriptor {
+public:
+    ~OwnDescriptor() { reset(); }
+    // True when the thread holds a duplicate of fd, the value *shared held.
+    bool follow(int fd, const int *shared) {
+        if (own_ >= 0 && from_ == fd) return true;
+        reset();
+        own_ = fcntl(fd, F_DUPFD_CLOEXEC, 0);
+        from_ = fd;
+        // Closed and reused between the read of *shared and the duplicate:
+        // not ours; the caller's next pass looks again.
+        if (own_ >= 0 && relaxed_load(shared) != fd) reset();
+        return own_ >= 0;
+    }
+    int get() const { return own_; }
+    void reset() {
+        if (own_ >= 0) close(own_);
+        own_ = -1;
+        from_ = -1;
+    }
+
+private:
+    int own_ = -1;
+    int from_ = -1;
+};
 
 // The two endings of the virtual UART thread differ on purpose in their
 // order and in whether SIGUSR2 depends on the plugged flag.
@@ -143,8 +173,15 @@ void *atcmder_VuartRx_thread(void *) {
     prctl(PR_SET_NAME, "VuartRx_thread");
     ATLOGI(3, kTagManage, "atcmder_VuartRx_thread is running!");
     pthread_detach(pthread_self());
-    for (int fd = g_vuart_fd; fd != -1; fd = g_vuart_fd) {
-        if (receive_once(kVuartRx, fd, &batch)) continue;
+    // The thread reads through a descriptor of its own. The signal thread
+    // closes g_vuart_fd when the node goes, and the number is free for the
+    // next open at once (the WiFi FIFOs, say) while this thread may still be
+    // about to read it: reading the number itself would then block on, or
+    // steal from, somebody else's file.
+    OwnDescriptor own;
+    for (int fd = relaxed_load(&g_vuart_fd); fd != -1; fd = relaxed_load(&g_vuart_fd)) {
+        if (own.follow(fd, &g_vuart_fd) && receive_once(kVuartRx, own.get(), &batch)) continue;
+        own.reset();  // the next pass takes whatever g_vuart_fd holds then
         ATLOGI(3, kTagManage, "Vuart cannot receive data!");
         usleep(g_delays.vuart_recheck_pause);
         if (usb_connected() == 0 || scan_acm_devices() == 0) return vuart_disappeared();

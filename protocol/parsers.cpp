@@ -178,33 +178,47 @@ unsigned int SHUTDOWN_parser(AtCmder_t *cmd) {
 
 // ---- The accessory's identity ----
 
+namespace {
+
+// The accessory's identity texts: the field cleared and filled, one line
+// that names the parser with the value (instead of the opening line), and
+// the client told. False when the line has no value.
+bool identity_reply(const char *parser, AtCmder_t *cmd, uint8_t row, char *field, size_t size,
+                    const char *error, const char *value_log) {
+    if (!read_field(parser, cmd, error, field, size)) return false;
+    ATLOG_TEXT_FN(parser, 4, ANDROID_LOG_INFO, kTagParse, value_log, cmd->source, cmd->cmd_id,
+                  cmd->data, field);
+    notify(row, cmd, field);
+    return true;
+}
+
+constexpr char kSnLog[] = "SN_parser source is %u, idx is %u data is %s, kavren_sn is %s";
+constexpr char kSidLog[] = "SID_parser source is %u, idx is %u data is %s, sid is %s";
+constexpr char kTypeLog[] = "TYPE_parser source is %u, idx is %u data is %s, type is %s";
+static_assert(has_conversions(kSnLog, "uuss") && has_conversions(kSidLog, "uuss") &&
+                  has_conversions(kTypeLog, "uuss"),
+              "identity value logs");
+
+}  // namespace
+
 unsigned int SN_parser(AtCmder_t *cmd) {
-    char *sn = g_kavren_devInfo.sn;
-    if (!read_field(__func__, cmd, "Invalid SN Info!", sn, sizeof g_kavren_devInfo.sn)) return 0;
-    ATLOGI(4, kTagParse, "SN_parser source is %u, idx is %u data is %s, kavren_sn is %s",
-           cmd->source, cmd->cmd_id, cmd->data, sn);
-    notify(ATCMD_ID_SN, cmd, sn);
+    identity_reply(__func__, cmd, ATCMD_ID_SN, g_kavren_devInfo.sn, sizeof g_kavren_devInfo.sn,
+                   "Invalid SN Info!", kSnLog);
     return 0;
 }
 
 unsigned int SID_parser(AtCmder_t *cmd) {
-    char *sid = g_kavren_devInfo.sid;
-    if (!read_field(__func__, cmd, "Invalid SID Info!", sid, sizeof g_kavren_devInfo.sid))
-        return 0;
-    ATLOGI(4, kTagParse, "SID_parser source is %u, idx is %u data is %s, sid is %s", cmd->source,
-           cmd->cmd_id, cmd->data, sid);
-    notify(ATCMD_ID_SID, cmd, sid);
+    identity_reply(__func__, cmd, ATCMD_ID_SID, g_kavren_devInfo.sid, sizeof g_kavren_devInfo.sid,
+                   "Invalid SID Info!", kSidLog);
     return 0;
 }
 
 // The client hears the model code before the model class changes.
 unsigned int TYPE_parser(AtCmder_t *cmd) {
     char *type = g_kavren_devInfo.type;
-    if (!read_field(__func__, cmd, "Invalid TYPE Info!", type, sizeof g_kavren_devInfo.type))
+    if (!identity_reply(__func__, cmd, ATCMD_ID_TYPE, type, sizeof g_kavren_devInfo.type,
+                        "Invalid TYPE Info!", kTypeLog))
         return 0;
-    ATLOGI(4, kTagParse, "TYPE_parser source is %u, idx is %u data is %s, type is %s",
-           cmd->source, cmd->cmd_id, cmd->data, type);
-    notify(ATCMD_ID_TYPE, cmd, type);
     int32_t model = -1;
     if (strcmp(type, type_with_wifi) == 0)
         model = 1;

@@ -14,18 +14,10 @@ cd "$(dirname "$0")/.."
 FUZZ_SECONDS=${FUZZ_SECONDS:-30}
 JOBS=${JOBS:-$(nproc)}
 
-packages=(cmake ninja-build g++ clang libclang-rt-14-dev libgtest-dev libgmock-dev
-          libbenchmark-dev android-liblog-dev blueprint-tools binutils perl
-          g++-arm-linux-gnueabihf)
-missing=()
-for p in "${packages[@]}"; do
-  dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
-done
-if [ ${#missing[@]} -gt 0 ]; then
-  echo "== installing: ${missing[*]}"
-  apt-get update -qq
-  DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}"
-fi
+source tools/deps.sh
+atcmd_install_missing cmake ninja-build g++ clang libclang-rt-14-dev libgtest-dev libgmock-dev \
+  libbenchmark-dev android-liblog-dev libreadline-dev blueprint-tools binutils perl \
+  g++-arm-linux-gnueabihf
 
 echo "== Android.bp syntax"
 bpfmt -o Android.bp >/dev/null
@@ -48,6 +40,10 @@ export UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1
 ctest --test-dir build/clang-san -j "$JOBS" --output-on-failure --no-tests=error
 
 shopt -s nullglob
+# Parsers set properties; the fuzz runs keep theirs in a directory of their own.
+export ATCMD_PROPERTY_DIR
+ATCMD_PROPERTY_DIR=$(mktemp -d)
+trap 'rm -rf "$ATCMD_PROPERTY_DIR"' EXIT
 for target in build/clang-san/*_fuzzer; do
   name=$(basename "$target")
   corpus=$(mktemp -d)

@@ -1,7 +1,8 @@
 /*
  * Host stand-in for Android's <cutils/properties.h>. The library provides the
- * two functions itself on a host (an in-process store with Android's rules),
- * so that a client or test in the same process shares the module's properties.
+ * two functions itself on a host (a store of one file per key with Android's
+ * rules, see platform/host/properties.cpp), so that every process under the
+ * same file-system root shares the module's properties.
  */
 #ifndef ATCMD_HOST_CUTILS_PROPERTIES_H
 #define ATCMD_HOST_CUTILS_PROPERTIES_H

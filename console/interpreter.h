@@ -1,0 +1,131 @@
+// The host console: plays the part of the phone's HIDL service for the
+// module. It owns the loaded, opened module, prints every message the module
+// hands its client, and interprets command lines that do what a client does
+// (send AT lines, run queries, report the WiFi and HID daemon states, ...).
+#ifndef ATCMD_CONSOLE_INTERPRETER_H
+#define ATCMD_CONSOLE_INTERPRETER_H
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <iosfwd>
+#include <map>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "console/loader.h"
+
+namespace atcmd_console {
+
+class Console {
+public:
+    // Handles a command line whose first word no built-in command takes;
+    // returns true if it did (and sets *error to make the command fail).
+    using Extension = std::function<bool(const std::vector<std::string> &words, std::ostream &out,
+                                         std::string *error)>;
+
+    // run_line's results.
+    static constexpr int kOk = 0;
+    static constexpr int kFailed = 1;
+    static constexpr int kQuit = 2;
+
+    Console(std::ostream &out, std::ostream &err);
+    ~Console();
+    Console(const Console &) = delete;
+    Console &operator=(const Console &) = delete;
+
+    // Loads <dir>/atcmdprocess.<variant>.so, opens the device and installs
+    // the callback. The callback is a plain C function, so only one Console
+    // in a process can be open.
+    bool open(const std::string &dir, const std::string &variant, std::string *error);
+
+    void add_extension(Extension extension);
+
+    // One command line: kOk, kFailed (the reason went to the error stream)
+    // or kQuit.
+    int run_line(const std::string &line);
+    // Every line of `in`: 0 when all succeeded or one said quit, 1 at the
+    // first failure (or at the end, when !stop_on_error and any failed).
+    int run_script(std::istream &in, bool stop_on_error = true);
+
+    // Waits until a message whose description contains `text` arrives, looking
+    // only at messages after the one the previous successful expect matched.
+    bool expect(const std::string &text, int timeout_ms);
+    // Every message the client was handed so far, described.
+    std::vector<std::string> messages() const;
+
+    Module &module() { return module_; }
+    atcmdprocess_device_t *device() const { return dev_; }
+
+    // A line as words: blanks separate, double quotes group (inside them a
+    // backslash takes the next character as it is, so a text can hold a
+    // quote), and a word that starts with '#' starts a comment
+    // ("AT+SN?#13&2" stays one word).
+    static std::vector<std::string> split_words(const std::string &line);
+
+private:
+    struct Args {
+        std::vector<std::string> words;
+        std::string rest;  // the line after the first word, as typed
+    };
+    using Handler = bool (Console::*)(const Args &, std::string *error);
+    struct Command {
+        Handler handler;
+        const char *usage;
+        const char *summary;
+        bool needs_device;
+    };
+
+    static void callback(AT_CMD_CbMsg_t *msg);
+    void on_message(const AT_CMD_CbMsg_t &msg);
+    // Writes "<seconds since start> <text>" as one line.
+    void stamp(const std::string &text);
+    void print(const std::string &text);
+    void print_error(const std::string &text);
+    void follow(atcmdprocess_device_t *dev, int fd, std::string path);
+
+    bool cmd_send(const Args &a, std::string *error);
+    bool cmd_query(const Args &a, std::string *error);
+    bool cmd_platform(const Args &a, std::string *error);
+    bool cmd_mode(const Args &a, std::string *error);
+    bool cmd_wifi(const Args &a, std::string *error);
+    bool cmd_daemon(const Args &a, std::string *error);
+    bool cmd_follow_daemon(const Args &a, std::string *error);
+    bool cmd_shake(const Args &a, std::string *error);
+    bool cmd_info(const Args &a, std::string *error);
+    bool cmd_status(const Args &a, std::string *error);
+    bool cmd_prop(const Args &a, std::string *error);
+    bool cmd_setprop(const Args &a, std::string *error);
+    bool cmd_wait(const Args &a, std::string *error);
+    bool cmd_expect(const Args &a, std::string *error);
+    bool cmd_echo(const Args &a, std::string *error);
+    bool cmd_help(const Args &a, std::string *error);
+    bool cmd_close(const Args &a, std::string *error);
+
+    static const std::map<std::string, Command> &commands();
+
+    std::ostream &out_;
+    std::ostream &err_;
+    std::mutex print_mu_;  // one line at a time on both streams
+    const std::chrono::steady_clock::time_point start_;
+
+    Module module_;
+    atcmdprocess_device_t *dev_ = nullptr;
+    const at_cmd_t *table_ = nullptr;
+    std::vector<Extension> extensions_;
+
+    mutable std::mutex msgs_mu_;
+    std::condition_variable msgs_cv_;
+    std::vector<std::string> msgs_;
+    size_t expect_from_ = 0;  // first message the next expect looks at
+
+    std::atomic<bool> stop_{false};
+    std::thread follower_;
+};
+
+}  // namespace atcmd_console
+
+#endif
