@@ -1,11 +1,16 @@
 // Shared by the fuzz targets and the benchmark: keeps every log statement
 // running (its formatting is part of what is exercised and measured) while
-// its output goes nowhere, and installs a device object.
+// its output goes nowhere, installs a device object, and takes records off
+// a queue.
 #ifndef ATCMD_FUZZ_FUZZ_QUIET_H
 #define ATCMD_FUZZ_FUZZ_QUIET_H
 
 #include <android/log.h>
+#include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
+
+#include <string>
 
 #include "atcmdprocess.h"
 #include "core/device_state.h"
@@ -24,6 +29,26 @@ inline atcmdprocess_device_t *install_device() {
     atcmd::init_device(&dev, nullptr);
     atcmd::install_device(&dev);
     return &dev;
+}
+
+// Every record taken off a queue, as text, after checking that each is one
+// whole line that fits its text buffer.
+inline std::string drain_records(atcmder_queue_t *head, pthread_mutex_t *lock) {
+    char text[ATCMD_TEXT_MAX];
+    AtCmder_t rec{};
+    rec.data = text;
+    std::string all;
+    while (atcmder_dequeue(head, lock, &rec) == ATCMD_Q_OK) {
+        size_t n = strlen(text);
+        if (n < 2 || n > ATCMD_TEXT_MAX - 1 || text[n - 1] != '\n' || rec.cmd_id >= ATCMD_NUM_CMDS)
+            abort();
+        char fields[64];
+        snprintf(fields, sizeof fields, "%u/%u/%u/%u/%u/%u:", rec.type, rec.source, rec.dest,
+                 rec.cmd_id, rec.seq_num, rec.flag);
+        all += fields;
+        all += text;
+    }
+    return all;
 }
 
 }  // namespace atcmd_fuzz

@@ -56,7 +56,95 @@ static_assert(res_row("+BAT") == ATCMD_ID_BAT && res_row("+BATCG") == ATCMD_ID_B
               "+BAT and +HALL stand before +BATCG and +HALLCG");
 static_assert(res_row("+OKAY") == -1 && cmd_row("+VE") == -1 && cmd_row("+VERX") == -1, "no row");
 
+// Rows grouped by the letter behind the '+', each group in row order, so
+// that "first row wins" still holds inside a group. No name is longer than
+// 9 characters, so the 8 behind the '+' fit one word and a prefix test is a
+// masked compare.
+constexpr size_t kLongestName = 9;
+
+constexpr uint64_t name_key(const char *name, size_t n) {
+    uint64_t key = 0;
+    for (size_t i = 1; i < n; ++i) key |= uint64_t{static_cast<unsigned char>(name[i])} << (8 * (i - 1));
+    return key;
+}
+
+struct LetterIndex {
+    uint8_t begin[27] = {};  // letter L's rows are row[begin[L]] .. row[begin[L + 1] - 1]
+    uint8_t row[ATCMD_NUM_CMDS] = {};
+    uint8_t length[ATCMD_NUM_CMDS] = {};  // by row number, like key
+    uint64_t key[ATCMD_NUM_CMDS] = {};
+};
+
+constexpr LetterIndex make_letter_index() {
+    LetterIndex index;
+    size_t next = 0;
+    for (int letter = 0; letter < 26; ++letter) {
+        index.begin[letter] = static_cast<uint8_t>(next);
+        for (size_t r = 0; r < ATCMD_NUM_CMDS; ++r)
+            if (AT_CMDS[r].name[1] == 'A' + letter) index.row[next++] = static_cast<uint8_t>(r);
+    }
+    index.begin[26] = static_cast<uint8_t>(next);
+    for (size_t r = 0; r < ATCMD_NUM_CMDS; ++r) {
+        index.length[r] = static_cast<uint8_t>(atcmd::const_strlen(AT_CMDS[r].name));
+        index.key[r] = name_key(AT_CMDS[r].name, index.length[r]);
+    }
+    return index;
+}
+
+constexpr LetterIndex kLetters = make_letter_index();
+static_assert(kLetters.begin[26] == ATCMD_NUM_CMDS, "every name is '+' and a capital letter");
+
+constexpr bool longest_name_fits() {
+    for (size_t r = 0; r < ATCMD_NUM_CMDS; ++r)
+        if (kLetters.length[r] > kLongestName) return false;
+    return true;
+}
+static_assert(longest_name_fits(), "a name's letters fit one 64-bit key");
+
+// Shared by both rules: the first row of the name's letter group that has
+// at least (exact: just) n characters and starts with the name.
+constexpr int letter_group_row(const char *name, size_t n, bool exact) {
+    if (n < 2 || n > kLongestName || name[0] != '+' || name[1] < 'A' || name[1] > 'Z') return -1;
+    const uint64_t key = name_key(name, n);
+    const uint64_t mask = n - 1 == 8 ? ~uint64_t{0} : (uint64_t{1} << (8 * (n - 1))) - 1;
+    const int letter = name[1] - 'A';
+    for (int i = kLetters.begin[letter]; i < kLetters.begin[letter + 1]; ++i) {
+        const int r = kLetters.row[i];
+        const size_t len = kLetters.length[r];
+        if ((exact ? len == n : len >= n) && (kLetters.key[r] & mask) == key) return r;
+    }
+    return -1;
+}
+
+// Both rules agree with the row-by-row scan on every prefix of every name,
+// the only texts that can match at all.
+constexpr bool letter_index_agrees() {
+    for (size_t r = 0; r < ATCMD_NUM_CMDS; ++r) {
+        const char *name = AT_CMDS[r].name;
+        for (size_t n = 2; n <= kLetters.length[r]; ++n) {
+            if (letter_group_row(name, n, false) !=
+                atcmd::res_prefix_index(AT_CMDS, ATCMD_NUM_CMDS, name, n))
+                return false;
+        }
+        if (letter_group_row(name, kLetters.length[r], true) != cmd_row(name)) return false;
+    }
+    return true;
+}
+static_assert(letter_index_agrees(), "the letter groups answer as the table scan does");
+
 }  // namespace
+
+namespace atcmd {
+
+int response_row(const char *name, size_t n) {
+    // "" and "+" begin every name: the first row.
+    if (n == 0 || (n == 1 && name[0] == '+')) return 0;
+    return letter_group_row(name, n, false);
+}
+
+int command_row(const char *name, size_t n) { return letter_group_row(name, n, true); }
+
+}  // namespace atcmd
 
 int findAtCmdIdx(const char *text, uint8_t *idx) {
     if (text == nullptr || idx == nullptr) return 0;
@@ -64,7 +152,7 @@ int findAtCmdIdx(const char *text, uint8_t *idx) {
         ATLOGE(0, atcmd::kTagParse, "Invalidate AT command!");
         return 0;
     }
-    int row = atcmd::at_exact_index(AT_CMDS, ATCMD_NUM_CMDS, text + 2);
+    int row = atcmd::command_row(text + 2, strlen(text + 2));
     if (row < 0) return 0;
     *idx = static_cast<uint8_t>(row);
     return 1;
@@ -72,7 +160,7 @@ int findAtCmdIdx(const char *text, uint8_t *idx) {
 
 int findResCmdIdx(const char *name, uint8_t *idx) {
     if (name == nullptr || idx == nullptr) return 0;
-    int row = atcmd::res_prefix_index(AT_CMDS, ATCMD_NUM_CMDS, name, strlen(name));
+    int row = atcmd::response_row(name, strlen(name));
     if (row < 0) return 0;
     *idx = static_cast<uint8_t>(row);
     return 1;

@@ -49,6 +49,13 @@ constexpr int at_exact_index(const at_cmd_t *table, size_t rows, const char *nam
     return -1;
 }
 
+// The same two rules for the receive path, which meets a name as n bytes of
+// a line rather than as a string of its own. They answer exactly as the
+// functions above over AT_CMDS but look only at the rows whose name starts
+// with the same letter. Both return the row or -1.
+int response_row(const char *name, size_t n);
+int command_row(const char *name, size_t n);  // name: the text behind "AT"
+
 }  // namespace atcmd
 
 #endif

@@ -1,6 +1,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <dirent.h>
+
+#include <fstream>
+#include <random>
+#include <regex>
+#include <sstream>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -9,6 +15,8 @@
 #include "fixtures/device.h"
 #include "fixtures/log_capture.h"
 #include "fixtures/queue_probe.h"
+#include "protocol/frame_parser.h"
+#include "sim/traffic.h"
 
 namespace {
 
@@ -71,6 +79,72 @@ TEST(FrameParser, CutsClassifiesAndHandsOffEachLine) {
             got.push_back({t.rec.type, t.rec.cmd_id, t.rec.seq_num, t.rec.flag, t.text});
         }
         EXPECT_EQ(c.lines, got) << c.input;
+    }
+}
+
+// Everything one call leaves behind, on one line per item: the records
+// handed off, the scratch record and its whole text buffer, and the log
+// with time, thread and source line taken out.
+std::string outcome(int (*parse)(AtCmder_t *, const char *), const std::string &input) {
+    char text[ATCMD_TEXT_MAX];
+    memset(text, '?', sizeof text);
+    AtCmder_t scratch{};
+    scratch.data = text;
+    scratch.source = ATCMD_EP_MCU;
+    scratch.seq_num = kS;
+    scratch.flag = kF;
+    std::string log = atcmd_test::stdout_of([&] { parse(&scratch, input.c_str()); });
+    static const std::regex kPrefix(R"(\[[0-9.]+\]\[tid:[0-9]+\]([A-Za-z_]+):[0-9]+:)");
+    std::ostringstream out;
+    out << std::regex_replace(log, kPrefix, "$1:") << "\n";
+    for (const auto &t : atcmd_test::drain(&Rx_head, &g_rxqueue_mutex))
+        out << +t.rec.type << "/" << +t.rec.cmd_id << "/" << t.rec.seq_num << "/" << +t.rec.flag
+            << ":" << t.text << "\n";
+    out << "scratch " << +scratch.type << "/" << +scratch.cmd_id << "/" << scratch.seq_num << "/"
+        << +scratch.flag << ":" << std::string(text, sizeof text);
+    return out.str();
+}
+
+// The whole-line path must change nothing but speed: the same records, the
+// same log and the same scratch state as the character rules, over typical
+// traffic, the table's last rows, the fuzz corpus and fixed-seed mutations
+// of all of them that break lines in the places the rules care about.
+TEST(FrameParser, WholeLinesGiveWhatTheCharacterRulesGive) {
+    atcmd_test::TestDevice dev;
+    log_level = 4;
+    // Numbers past what a 16-bit sequence or an 8-bit flag holds, and past
+    // what strtol can hold.
+    std::vector<std::string> inputs = {"+OK#12345678901234567890&1\r\n+BAT=1#65537&300\r\n"};
+    for (const auto &lines : {atsim::typical_lines(7, 400), atsim::last_row_lines(7, 400)})
+        for (size_t max : {1, 512})
+            for (const std::string &b : atsim::pack_batches(lines, max)) inputs.push_back(b);
+    if (DIR *dir = opendir(ATCMD_FUZZ_CORPUS_DIR "/frame_parser")) {
+        while (const dirent *e = readdir(dir)) {
+            if (e->d_name[0] == '.') continue;
+            std::ifstream f(std::string(ATCMD_FUZZ_CORPUS_DIR "/frame_parser/") + e->d_name);
+            inputs.emplace_back(std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>());
+        }
+        closedir(dir);
+    }
+    std::mt19937 rng(11);
+    const std::string alphabet = "\r\n#&=?+AT0123456789-x ";
+    const size_t seeds = inputs.size();
+    for (int i = 0; i < 3000; ++i) {
+        std::string s = inputs[rng() % seeds] + inputs[rng() % seeds];
+        for (int edits = 1 + rng() % 3; edits > 0 && !s.empty(); --edits) {
+            const size_t at = rng() % s.size();
+            const char c = alphabet[rng() % alphabet.size()];
+            switch (rng() % 3) {
+            case 0: s[at] = c; break;
+            case 1: s.erase(at, 1); break;
+            default: s.insert(at, 1, c);
+            }
+        }
+        inputs.push_back(s);
+    }
+    for (const std::string &input : inputs) {
+        const std::string fast = outcome(cmd_Parse_from_buffer, input);
+        ASSERT_EQ(outcome(atcmd::parse_char_by_char, input), fast) << ::testing::PrintToString(input);
     }
 }
 
