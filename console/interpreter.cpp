@@ -37,6 +37,13 @@ bool parse_int(const std::string &text, long min, long max, long *value) {
 
 // A field of the accessory record: NUL-terminated within its width, unless
 // a reply overran it.
+// The module's threads write the status fields while the console reads
+// them; a field is one aligned word, so a relaxed load is the whole story.
+template <typename T>
+T relaxed(const T &field) {
+    return __atomic_load_n(&field, __ATOMIC_RELAXED);
+}
+
 template <size_t N>
 std::string field(const char (&text)[N]) {
     return "\"" + std::string(text, strnlen(text, N)) + "\"";
@@ -309,7 +316,7 @@ bool Console::cmd_send(const Args &a, std::string *error) {
     size_t hash = line.find('#');
     if (hash != std::string::npos)
         cmd.seq_num = static_cast<uint16_t>(strtoul(line.c_str() + hash + 1, nullptr, 10));
-    cmd.flag = static_cast<uint8_t>(dev_->system_status.platform);
+    cmd.flag = static_cast<uint8_t>(relaxed(dev_->system_status.platform));
     cmd.source = ATCMD_EP_CLIENT;
     cmd.dest = ATCMD_EP_MCU;
 
@@ -367,7 +374,7 @@ bool Console::cmd_platform(const Args &a, std::string *error) {
         *error = "usage: platform <1|2>";
         return false;
     }
-    dev_->system_status.platform = static_cast<int32_t>(v);
+    __atomic_store_n(&dev_->system_status.platform, static_cast<int32_t>(v), __ATOMIC_RELAXED);
     return true;
 }
 
@@ -377,7 +384,7 @@ bool Console::cmd_mode(const Args &a, std::string *error) {
         *error = "usage: mode <-1|0|1>";
         return false;
     }
-    dev_->system_status.mode = static_cast<int32_t>(v);
+    __atomic_store_n(&dev_->system_status.mode, static_cast<int32_t>(v), __ATOMIC_RELAXED);
     return true;
 }
 
@@ -489,13 +496,13 @@ bool Console::cmd_info(const Args &, std::string *error) {
 
 bool Console::cmd_status(const Args &, std::string *) {
     const system_status_t &s = dev_->system_status;
-    print("platform: " + std::to_string(s.platform));
-    print("mode: " + std::to_string(s.mode));
-    print("wifi_status: " + std::to_string(s.wifi_status));
-    print("state: " + std::to_string(s.state));
+    print("platform: " + std::to_string(relaxed(s.platform)));
+    print("mode: " + std::to_string(relaxed(s.mode)));
+    print("wifi_status: " + std::to_string(relaxed(s.wifi_status)));
+    print("state: " + std::to_string(relaxed(s.state)));
     print("ipaddr: " + field(s.ipaddr));
-    print("usb_devinfo: " + std::to_string(s.usbdev_sts.usb_devinfo));
-    print("usb_connected: " + std::to_string(s.usbdev_sts.usb_connected));
+    print("usb_devinfo: " + std::to_string(relaxed(s.usbdev_sts.usb_devinfo)));
+    print("usb_connected: " + std::to_string(relaxed(s.usbdev_sts.usb_connected)));
     return true;
 }
 

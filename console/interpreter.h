@@ -60,6 +60,10 @@ public:
     Module &module() { return module_; }
     atcmdprocess_device_t *device() const { return dev_; }
 
+    // One line on the output stream, never interleaved with another: the
+    // module's messages arrive on its own threads, and extensions print too.
+    void print(const std::string &text);
+
     // A line as words: blanks separate, double quotes group (inside them a
     // backslash takes the next character as it is, so a text can hold a
     // quote), and a word that starts with '#' starts a comment
@@ -83,7 +87,6 @@ private:
     void on_message(const AT_CMD_CbMsg_t &msg);
     // Writes "<seconds since start> <text>" as one line.
     void stamp(const std::string &text);
-    void print(const std::string &text);
     void print_error(const std::string &text);
     void follow(atcmdprocess_device_t *dev, int fd, std::string path);
 

@@ -7,39 +7,40 @@ atcmdprocess_device_t *g_patcmd_dev = nullptr;
 
 namespace atcmd {
 
-void install_device(atcmdprocess_device_t *dev) { relaxed_store(&g_patcmd_dev, dev); }
+void install_device(atcmdprocess_device_t *dev) { publish(&g_patcmd_dev, dev); }
 
 system_status_t *device_status() {
-    atcmdprocess_device_t *dev = relaxed_load(&g_patcmd_dev);
+    atcmdprocess_device_t *dev = acquire_load(&g_patcmd_dev);
     return dev != nullptr ? &dev->system_status : nullptr;
 }
 
 int32_t current_platform() {
     const system_status_t *st = device_status();
-    return st != nullptr ? st->platform : 0;
+    return st != nullptr ? relaxed_load(&st->platform) : 0;
 }
 
 int32_t current_wifi_status() {
     const system_status_t *st = device_status();
-    return st != nullptr ? st->wifi_status : -1;
+    return st != nullptr ? relaxed_load(&st->wifi_status) : -1;
 }
 
 bool read_link_status(LinkStatus *out) {
     const system_status_t *st = device_status();
     if (st == nullptr) return false;
-    out->platform = st->platform;
-    out->mode = st->mode;
+    out->platform = relaxed_load(&st->platform);
+    out->mode = relaxed_load(&st->mode);
     return true;
 }
 
 void notify_client(AT_CMD_CbMsg_t *msg) {
-    atcmdprocess_device_t *dev = relaxed_load(&g_patcmd_dev);
-    if (dev == nullptr || dev->notify_callback == nullptr) {
+    atcmdprocess_device_t *dev = acquire_load(&g_patcmd_dev);
+    atcmd_notify_callback_t cb = dev != nullptr ? relaxed_load(&dev->notify_callback) : nullptr;
+    if (cb == nullptr) {
         ATLOGE(0, kTagHal, "notify callback is not set, message cmd_id %u seq_num %u dropped!",
                msg->cmd_id, msg->seq_num);
         return;
     }
-    dev->notify_callback(msg);
+    cb(msg);
 }
 
 }  // namespace atcmd

@@ -16,7 +16,7 @@ void install_device(atcmdprocess_device_t *dev);
 
 // The installed device's status, or nullptr when there is none. Its fields
 // are plain ints shared without a lock: the signal thread and the client's
-// calls write them, everyone reads them.
+// calls write them, everyone reads them, each access through relaxed.h.
 system_status_t *device_status();
 
 // platform without a device reads 0, which selects no link and no role.

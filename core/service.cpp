@@ -13,6 +13,7 @@
 #include "atcmdprocess.h"
 #include "core/device_state.h"
 #include "core/log.h"
+#include "core/relaxed.h"
 #include "core/threads.h"
 
 using namespace atcmd;
@@ -32,51 +33,55 @@ sigset_t service_signals() {
 }
 
 void log_cast_mode(const system_status_t *st) {
-    ATLOGI_FN(kSignalThread, 3, kTagManage, "Current cast mode is %d", st->mode);
+    ATLOGI_FN(kSignalThread, 3, kTagManage, "Current cast mode is %d", relaxed_load(&st->mode));
 }
 
 // The accessory's ACM node appeared (its number is in g_dev_ACM).
 void usb_plugged(system_status_t *st) {
     if (kavren_plugged() != 1) return;
     ATLOGI_FN(kSignalThread, 4, kTagManage, "hot pluged device is kavren.");
-    close(g_vuart_fd);
-    g_vuart_fd = -1;
-    if (VUART_init(&g_vuart_fd, g_dev_ACM) != 0) return;
+    close_shared(acquire_load(&g_vuart_fd));
+    relaxed_store(&g_vuart_fd, -1);
+    if (VUART_init(&g_vuart_fd, relaxed_load(&g_dev_ACM)) != 0) return;
     // A receive thread that still runs picks the new descriptor up itself.
-    if (g_VuartRx_thread == 0 &&
+    // pthread_create stores the handle before the thread runs, so the
+    // thread's own clearing of it on its way out always comes later.
+    if (relaxed_load(&g_VuartRx_thread) == 0 &&
         pthread_create(&g_VuartRx_thread, nullptr, atcmder_VuartRx_thread, nullptr) != 0) {
         ATLOGE_FN(kSignalThread, 0, kTagManage, "atcmder_VuartRx_thread pthread_create failed");
         return;
     }
-    st->mode = ATCMD_MODE_USB;
-    st->usbdev_sts.usb_connected = 1;
+    relaxed_store(&st->mode, ATCMD_MODE_USB);
+    relaxed_store(&st->usbdev_sts.usb_connected, 1);
     get_kavren_info();
     notify_usbevent();
     log_cast_mode(st);
 }
 
 void usb_unplugged(system_status_t *st) {
-    st->usbdev_sts.usb_connected = 0;
-    st->usbdev_sts.usb_devinfo = -1;
+    relaxed_store(&st->usbdev_sts.usb_connected, 0);
+    relaxed_store(&st->usbdev_sts.usb_devinfo, -1);
     notify_usbevent();
-    close(g_vuart_fd);
-    g_vuart_fd = -1;
-    st->mode = st->wifi_status == 1 ? ATCMD_MODE_WIFI : ATCMD_MODE_NONE;
+    close_shared(acquire_load(&g_vuart_fd));
+    relaxed_store(&g_vuart_fd, -1);
+    relaxed_store(&st->mode,
+                  relaxed_load(&st->wifi_status) == 1 ? ATCMD_MODE_WIFI : ATCMD_MODE_NONE);
     log_cast_mode(st);
 }
 
 // The HID daemon reported "running": open the channel and watch it. A USB
 // cast in progress keeps mode 0.
 void wifi_up(system_status_t *st) {
-    if (st->mode != ATCMD_MODE_USB) st->mode = ATCMD_MODE_WIFI;
+    if (relaxed_load(&st->mode) != ATCMD_MODE_USB) relaxed_store(&st->mode, ATCMD_MODE_WIFI);
     Socket_Fifo_Init();
     // The same text for both threads, as the field logs have always shown.
-    if (g_wifiRx_thread == 0 && start_alarm_thread(&g_wifiRx_thread, atcmder_wifiRx_thread) != 0)
+    if (relaxed_load(&g_wifiRx_thread) == 0 &&
+        start_alarm_thread(&g_wifiRx_thread, atcmder_wifiRx_thread) != 0)
         ATLOGE_FN(kSignalThread, 0, kTagManage, "atcmder_wifiRx_thread init failed!");
-    if (g_wifiHBeat_thread == 0 &&
+    if (relaxed_load(&g_wifiHBeat_thread) == 0 &&
         start_alarm_thread(&g_wifiHBeat_thread, atcmder_wifiHBeat_thread) != 0)
         ATLOGE_FN(kSignalThread, 0, kTagManage, "atcmder_wifiRx_thread init failed!");
-    if (st->platform == ATCMD_PLATFORM_VUART) get_kavren_info();
+    if (relaxed_load(&st->platform) == ATCMD_PLATFORM_VUART) get_kavren_info();
     property_set("vendor.kavren.timesync", "enable");
     ATLOGI_FN(kSignalThread, 3, kTagManage, "Set vendor.kavren.timesync enable!");
     log_cast_mode(st);
@@ -161,8 +166,8 @@ int atcmder_hal_open(void) {
 
 int atcmder_hal_close(void) {
     for (int *fd : {&g_vuart_fd, &g_uart_fd, &g_fifo_tx_fd, &g_fifo_rx_fd}) {
-        close(*fd);
-        *fd = -1;
+        close_shared(acquire_load(fd));
+        relaxed_store(fd, -1);
     }
     // The condition locks, not the queue locks: that is how shut-down has
     // always drained the queues.
@@ -173,8 +178,9 @@ int atcmder_hal_close(void) {
     // SIGKILL cannot be caught: the first live thread named here takes the
     // whole hosting process with it. The signal, VUART receive and heartbeat
     // threads are not named.
-    for (pthread_t t : {g_uartRx_thread, g_Tx_thread, g_dispatch_thread, g_wifiRx_thread,
-                        g_timeout_thread}) {
+    for (pthread_t *handle : {&g_uartRx_thread, &g_Tx_thread, &g_dispatch_thread,
+                              &g_wifiRx_thread, &g_timeout_thread}) {
+        const pthread_t t = relaxed_load(handle);
         if (t != 0) pthread_kill(t, SIGKILL);
     }
     return 0;

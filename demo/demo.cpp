@@ -88,7 +88,7 @@ void run_session(const Options &o, const std::string &root, int report) {
         std::cerr << "atcmd-demo: " << error << "\n";
         return;
     }
-    atcmd_demo::SimCommands sim(root, console, out);
+    atcmd_demo::SimCommands sim(root, console);
     console.add_extension(
         [&sim](const std::vector<std::string> &words, std::ostream &, std::string *err) {
             return sim.run(words, err);

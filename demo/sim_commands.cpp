@@ -24,14 +24,13 @@ std::string rest_of(const std::vector<std::string> &words, size_t from) {
 
 }  // namespace
 
-SimCommands::SimCommands(std::string root, atcmd_console::Console &console, std::ostream &out)
-    : root_(std::move(root)), console_(console), out_(out), usb_(root_, transcript_),
+SimCommands::SimCommands(std::string root, atcmd_console::Console &console)
+    : root_(std::move(root)), console_(console), usb_(root_, transcript_),
       uart_(root_, transcript_) {
     transcript_.set_listener([this](const atsim::Event &e) {
         char stamp[32];
         snprintf(stamp, sizeof stamp, "%.3f", e.t);
-        std::lock_guard<std::mutex> lk(print_mu_);
-        out_ << stamp << " " << e.who << " " << atsim::escape(e.text) << std::endl;
+        console_.print(std::string(stamp) + " " + e.who + " " + atsim::escape(e.text));
     });
 }
 
@@ -48,7 +47,8 @@ bool SimCommands::run(const std::vector<std::string> &words, std::string *error)
         // script does not, so it waits for that thread to be gone.
         const pthread_t *rx = console_.module().sym<pthread_t>("g_VuartRx_thread");
         const auto deadline = std::chrono::steady_clock::now() + 3s;
-        while (rx != nullptr && *rx != 0 && std::chrono::steady_clock::now() < deadline)
+        while (rx != nullptr && __atomic_load_n(rx, __ATOMIC_RELAXED) != 0 &&
+               std::chrono::steady_clock::now() < deadline)
             std::this_thread::sleep_for(10ms);
         ok = usb_.plug_usb(0);
     } else if (cmd == "unplug") {
@@ -144,7 +144,8 @@ bool SimCommands::open_uart(std::string *error) {
         *error = "cannot open the UART in the module";
         return false;
     }
-    console_.device()->system_status.platform = ATCMD_PLATFORM_UART;
+    __atomic_store_n(&console_.device()->system_status.platform, ATCMD_PLATFORM_UART,
+                     __ATOMIC_RELAXED);
     return true;
 }
 

@@ -18,7 +18,7 @@ namespace atcmd_demo {
 class SimCommands {
 public:
     // Prints the simulator's transcript to out as it happens.
-    SimCommands(std::string root, atcmd_console::Console &console, std::ostream &out);
+    SimCommands(std::string root, atcmd_console::Console &console);
     ~SimCommands();
 
     // words[0] == "sim": runs the command and returns true; false for any
@@ -32,8 +32,6 @@ private:
 
     const std::string root_;
     atcmd_console::Console &console_;
-    std::ostream &out_;
-    std::mutex print_mu_;
     atsim::Transcript transcript_;
     atsim::Accessory usb_;
     atsim::Accessory uart_;

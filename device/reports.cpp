@@ -10,6 +10,7 @@
 #include "core/device_state.h"
 #include "core/log.h"
 #include "core/queue.h"
+#include "core/relaxed.h"
 
 using atcmd::kTagParse;
 
@@ -63,7 +64,7 @@ int send_state(int32_t state, uint8_t dest) {
 // The MCU learns only IDLE or ACTIVE; any other state sends an empty word.
 int send_stateToMCU(void) {
     const system_status_t *st = atcmd::device_status();
-    const int32_t state = st != nullptr ? st->state : 0;
+    const int32_t state = st != nullptr ? atcmd::relaxed_load(&st->state) : 0;
     return send_state(state == 1 || state == 2 ? state : 0, ATCMD_EP_MCU);
 }
 

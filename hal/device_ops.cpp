@@ -12,6 +12,7 @@
 #include "core/device_state.h"
 #include "core/log.h"
 #include "core/queue.h"
+#include "core/relaxed.h"
 #include "core/threads.h"
 #include "hal/device_ops.h"
 #include "link/hid_protocol.h"
@@ -49,7 +50,7 @@ void init_device(atcmdprocess_device_t *dev, const hw_module_t *module) {
 int set_notify_callback(atcmdprocess_device_t *dev, atcmd_notify_callback_t cb) {
     ATLOGI(4, kTagHal, "set_notify_callback");
     if (dev == nullptr) return -EINVAL;
-    dev->notify_callback = cb;
+    relaxed_store(&dev->notify_callback, cb);
     return 0;
 }
 
@@ -66,8 +67,9 @@ int atcmdprocess_wifi_init(const char *ipaddr) {
         ATLOGE(0, kTagHal, "wifi init without device or address!");
         return -EINVAL;
     }
+    const int32_t platform = relaxed_load(&st->platform);
     ATLOGI(3, kTagHal, "wifi connection init begin with IPADDR %s, current platform is %d !",
-           ipaddr, st->platform);
+           ipaddr, platform);
     // The stored address must keep its NUL; a longer text is no IPv4 address.
     if (strlen(ipaddr) >= sizeof st->ipaddr) {
         ATLOGE(0, kTagHal, "wifi init address %s is too long!", ipaddr);
@@ -76,16 +78,16 @@ int atcmdprocess_wifi_init(const char *ipaddr) {
     char sts[PROPERTY_VALUE_MAX];
     property_get(kPropHidSts, sts, "");
 
-    if (st->platform == ATCMD_PLATFORM_UART) {
+    if (platform == ATCMD_PLATFORM_UART) {
         if (strcmp(ipaddr, st->ipaddr) != 0) stop_hiddemon();
         property_set(kPropHidSts, ipaddr);
         property_set(kPropHidCmd, kCmdStartClient);
         ATLOGI(4, kTagHal, " Client init begin!");
         memcpy(st->ipaddr, ipaddr, strlen(ipaddr) + 1);
-    } else if (st->platform == ATCMD_PLATFORM_VUART) {
+    } else if (platform == ATCMD_PLATFORM_VUART) {
         property_set(kPropHidCmd, kCmdStartServer);
     }
-    st->wifi_status = 1;
+    relaxed_store(&st->wifi_status, 1);
     return 0;
 }
 
@@ -94,8 +96,8 @@ int atcmdprocess_wifi_stchange(int32_t state) {
     if (state != 0) return 0;
     ATLOGI(3, kTagHal, "Get wifi disconnect from FW or Kavren poweroff");
     if (system_status_t *st = device_status()) {
-        st->wifi_status = 0;
-        if (st->mode == ATCMD_MODE_WIFI) st->mode = ATCMD_MODE_NONE;
+        relaxed_store(&st->wifi_status, 0);
+        if (relaxed_load(&st->mode) == ATCMD_MODE_WIFI) relaxed_store(&st->mode, ATCMD_MODE_NONE);
     }
     stop_hiddemon();
     notify_wifi_state(0);
@@ -119,7 +121,7 @@ int atcmdprocess_hiddemon_stchange(const char *status) {
     }
     ATLOGI(3, kTagHal, "hiddemon status is %s, wifi_status is %d", status, current_wifi_status());
     if (strstr(status, "running") != nullptr) {
-        signal_thread(g_Sigprocess_thread, SIGURG);
+        signal_thread(relaxed_load(&g_Sigprocess_thread), SIGURG);
         notify_wifi_state(1);
         return 0;
     }
@@ -135,5 +137,5 @@ int atcmdprocess_hiddemon_stchange(const char *status) {
 // wait for the property reads that it involves.
 int atcmdprocess_amlogic_shake_hands(void) {
     ATLOGI(4, kTagHal, "atcmdprocess_amlogic_shake_hands.");
-    return signal_thread(g_Sigprocess_thread, SIGVTALRM);
+    return signal_thread(relaxed_load(&g_Sigprocess_thread), SIGVTALRM);
 }

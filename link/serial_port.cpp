@@ -6,7 +6,9 @@
 //
 // No locks here: each descriptor has one reader (its receive thread) and one
 // writer (the transmit thread); callers close the old descriptor and store -1
-// before they call an init again.
+// before they call an init again. The init functions publish the new
+// descriptor into the caller's variable, which may be a shared global, once
+// (relaxed.h) and then work on their own copy.
 #include "link/serial_port.h"
 
 #include <errno.h>
@@ -17,6 +19,7 @@
 #include <unistd.h>
 
 #include "core/log.h"
+#include "core/relaxed.h"
 #include "platform/sysroot.h"
 
 int g_uart_fd = -1;
@@ -126,29 +129,30 @@ int set_line(const SerialLink &link, int fd, int baud, int bits, char parity, in
 }
 
 // The steps after a successful open. On a failure the descriptor is closed
-// but *fd keeps its number: the callers store -1 themselves before retrying.
-int configure_opened(const SerialLink &link, int *fd, const char *path) {
-    int r = fcntl(*fd, F_SETFL, 0);  // blocking reads from here on
+// but the caller's variable keeps its number: the callers store -1
+// themselves before retrying.
+int configure_opened(const SerialLink &link, int fd, const char *path) {
+    int r = fcntl(fd, F_SETFL, 0);  // blocking reads from here on
     if (r < 0)
         ATLOGI_FN(link.init_fn, 4, link.tag, "serial fcntl failed!");
     else
         ATLOG_TEXT_FN(link.init_fn, 4, ANDROID_LOG_INFO, link.tag, link.fcntl_done, r);
 
-    if (!isatty(*fd)) {
+    if (!isatty(fd)) {
         ATLOGI_FN(link.init_fn, 4, link.tag, "%s", link.not_a_tty);
-        close(*fd);
+        close(fd);
         return -1;
     }
-    ATLOG_TEXT_FN(link.init_fn, 4, ANDROID_LOG_INFO, link.tag, link.opened, *fd);
+    ATLOG_TEXT_FN(link.init_fn, 4, ANDROID_LOG_INFO, link.tag, link.opened, fd);
 
-    if (set_line(link, *fd, kLineBaud, 8, 'n', 1) != 0) {
+    if (set_line(link, fd, kLineBaud, 8, 'n', 1) != 0) {
         ATLOGI_FN(link.init_fn, 4, link.tag, "%s", link.setopt_failed);
-        close(*fd);
+        close(fd);
         return -1;
     }
-    tcflush(*fd, TCIOFLUSH);
-    fcntl(*fd, F_SETFL, 0);
-    ATLOG_TEXT_FN(link.init_fn, 3, ANDROID_LOG_INFO, link.tag, link.ready, path, *fd);
+    tcflush(fd, TCIOFLUSH);
+    fcntl(fd, F_SETFL, 0);
+    ATLOG_TEXT_FN(link.init_fn, 3, ANDROID_LOG_INFO, link.tag, link.ready, path, fd);
     return 0;
 }
 
@@ -235,12 +239,13 @@ using atcmd::kUart;
 using atcmd::kVuart;
 
 int UART_init(int *fd) {
-    *fd = open(atcmd::SysPath(atcmd::kUartPath).c_str(), atcmd::kOpenFlags);
-    if (*fd < 0) {
+    const int opened = open(atcmd::SysPath(atcmd::kUartPath).c_str(), atcmd::kOpenFlags);
+    atcmd::publish(fd, opened);
+    if (opened < 0) {
         ATLOGE(0, kUart.tag, "open AMLOGIC UART fails");
         return -1;
     }
-    return atcmd::configure_opened(kUart, fd, atcmd::kUartPath);
+    return atcmd::configure_opened(kUart, opened, atcmd::kUartPath);
 }
 
 int VUART_init(int *fd, int64_t acm) {
@@ -251,15 +256,16 @@ int VUART_init(int *fd, int64_t acm) {
     }
     char path[16];
     snprintf(path, sizeof path, "/dev/ttyACM%ld", static_cast<long>(acm));
-    *fd = open(atcmd::SysPath(path).c_str(), atcmd::kOpenFlags);
-    if (*fd < 0) {
+    const int opened = open(atcmd::SysPath(path).c_str(), atcmd::kOpenFlags);
+    atcmd::publish(fd, opened);
+    if (opened < 0) {
         int err = errno;
         // The stored descriptor (-1) is logged where the error number is named.
-        ATLOGE(0, kVuart.tag, "open serial %s fails, error num is %d, error num is %s", path, *fd,
-               strerror(err));
+        ATLOGE(0, kVuart.tag, "open serial %s fails, error num is %d, error num is %s", path,
+               opened, strerror(err));
         return -1;
     }
-    return atcmd::configure_opened(kVuart, fd, path);
+    return atcmd::configure_opened(kVuart, opened, path);
 }
 
 int UART_setOpt(int fd, int baud, int bits, char parity, int stop) {

@@ -37,10 +37,11 @@ void hand_to_parser(const char *text, uint8_t source) {
 // that fails after the open leaves the closed number in the variable;
 // storing -1 keeps the thread from closing or reading it again.
 void reopen_uart() {
-    if (g_uart_fd >= 0) close(g_uart_fd);
-    g_uart_fd = -1;
+    const int old = acquire_load(&g_uart_fd);
+    if (old >= 0) close_shared(old);
+    relaxed_store(&g_uart_fd, -1);
     if (UART_init(&g_uart_fd) == 0) return;
-    g_uart_fd = -1;
+    relaxed_store(&g_uart_fd, -1);
     notifyUartNotWork();
 }
 
@@ -51,7 +52,7 @@ int32_t usb_connected() {
         ATLOGE_FN(kVuartRx.thread, 0, kTagManage, "no device, usb counted as unplugged");
         return 0;
     }
-    return st->usbdev_sts.usb_connected;
+    return relaxed_load(&st->usbdev_sts.usb_connected);
 }
 
 // A duplicate of a shared descriptor, taken while the shared variable still
@@ -67,7 +68,7 @@ public:
         from_ = fd;
         // Closed and reused between the read of *shared and the duplicate:
         // not ours; the caller's next pass looks again.
-        if (own_ >= 0 && relaxed_load(shared) != fd) reset();
+        if (own_ >= 0 && acquire_load(shared) != fd) reset();
         return own_ >= 0;
     }
     int get() const { return own_; }
@@ -87,14 +88,14 @@ private:
 void *vuart_disappeared() {
     ATLOGI_FN(kVuartRx.thread, 3, kTagManage,
               "ACM device disappear, atcmder_VuartRx_thread will die!");
-    signal_thread(g_Sigprocess_thread, SIGUSR2);
-    g_VuartRx_thread = 0;
+    signal_thread(relaxed_load(&g_Sigprocess_thread), SIGUSR2);
+    relaxed_store(&g_VuartRx_thread, pthread_t{0});
     return nullptr;
 }
 
 void *vuart_not_found() {
-    g_VuartRx_thread = 0;
-    if (usb_connected() == 1) signal_thread(g_Sigprocess_thread, SIGUSR2);
+    relaxed_store(&g_VuartRx_thread, pthread_t{0});
+    if (usb_connected() == 1) signal_thread(relaxed_load(&g_Sigprocess_thread), SIGUSR2);
     ATLOGI_FN(kVuartRx.thread, 3, kTagManage,
               "ACM device can not find, atcmder_VuartRx_thread will die!");
     return nullptr;
@@ -150,7 +151,7 @@ void *atcmder_uartRx_thread(void *) {
     RxBatch batch;
     bool failing = false;  // nothing received since the last re-initialisation
     for (;;) {
-        int fd = g_uart_fd;
+        int fd = acquire_load(&g_uart_fd);
         if (fd >= 0) {
             if (receive_once(kUartRx, fd, &batch)) {
                 failing = false;
@@ -179,7 +180,7 @@ void *atcmder_VuartRx_thread(void *) {
     // about to read it: reading the number itself would then block on, or
     // steal from, somebody else's file.
     OwnDescriptor own;
-    for (int fd = relaxed_load(&g_vuart_fd); fd != -1; fd = relaxed_load(&g_vuart_fd)) {
+    for (int fd = acquire_load(&g_vuart_fd); fd != -1; fd = acquire_load(&g_vuart_fd)) {
         if (own.follow(fd, &g_vuart_fd) && receive_once(kVuartRx, own.get(), &batch)) continue;
         own.reset();  // the next pass takes whatever g_vuart_fd holds then
         ATLOGI(3, kTagManage, "Vuart cannot receive data!");

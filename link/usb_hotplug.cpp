@@ -23,6 +23,7 @@
 #include "atcmdprocess.h"
 #include "core/device_state.h"
 #include "core/log.h"
+#include "core/relaxed.h"
 #include "core/threads.h"
 #include "platform/sysroot.h"
 
@@ -34,6 +35,10 @@ pthread_t g_find_acmdev_thread;
 
 using atcmd::kTagHotplug;
 using atcmd::kTagManage;
+using atcmd::acquire_load;
+using atcmd::publish;
+using atcmd::relaxed_load;
+using atcmd::relaxed_store;
 
 namespace {
 
@@ -48,7 +53,9 @@ constexpr char kEventFn[] = "dev_event_process";
 constexpr char kVendorId[] = "6f2a";
 constexpr char kProductId[] = "4c07";
 
-void tell_signal_thread(int sig) { atcmd::signal_thread(g_Sigprocess_thread, sig); }
+void tell_signal_thread(int sig) {
+    atcmd::signal_thread(relaxed_load(&g_Sigprocess_thread), sig);
+}
 
 void node_created(const char *name, bool is_dir) {
     if (is_dir) {
@@ -59,7 +66,7 @@ void node_created(const char *name, bool is_dir) {
     if (n == -1) return;
     ATLOGI_FN(kEventFn, 4, kTagHotplug, "New file %s created, dev_ACM is %ld.", name,
               static_cast<long>(n));
-    g_dev_ACM = n;
+    relaxed_store(&g_dev_ACM, n);
     tell_signal_thread(SIGUSR1);
 }
 
@@ -74,7 +81,7 @@ void node_deleted(const char *name, bool is_dir) {
     tell_signal_thread(SIGUSR2);
     ATLOGI_FN(kEventFn, 4, kTagHotplug,
               "event->name %s unplugged, vuart thread has been killed, g_vuart_fd is %d", name,
-              g_vuart_fd);
+              relaxed_load(&g_vuart_fd));
 }
 
 }  // namespace
@@ -100,7 +107,7 @@ int scan_acm_devices(void) {
         int64_t n = parse_dev_name(entry->d_name);
         if (n == -1) continue;
         ATLOGI(4, kTagHotplug, "ttyACM %ld is found", static_cast<long>(n));
-        g_dev_ACM = n;
+        relaxed_store(&g_dev_ACM, n);
         tell_signal_thread(SIGUSR1);
         found = 1;
     }
@@ -127,28 +134,32 @@ int inotify_input_event(void) {
 int dev_hotplug_init(void) {
     scan_acm_devices();
 
-    epfd_hid_devs = epoll_create1(EPOLL_CLOEXEC);
-    if (epfd_hid_devs < 0) {
+    // A second open replaces both descriptors while the first watcher thread
+    // runs, and that thread moves to the new ones: they are published.
+    const int epfd = epoll_create1(EPOLL_CLOEXEC);
+    publish(&epfd_hid_devs, epfd);
+    if (epfd < 0) {
         int err = errno;
         ATLOGE(0, kTagHotplug, "Create epoll instance, errno:%d, errstr:%s\n", err, strerror(err));
         return -6;
     }
-    fd_inotify_input = inotify_input_event();
-    if (fd_inotify_input < 0) {
+    const int inotify = inotify_input_event();
+    publish(&fd_inotify_input, inotify);
+    if (inotify < 0) {
         ATLOGE(0, kTagHotplug, "inotify_input_event\n");
-        close(epfd_hid_devs);
-        epfd_hid_devs = -1;
+        close(epfd);
+        relaxed_store(&epfd_hid_devs, -1);
         return -22;
     }
     // A grab means nothing to an inotify descriptor and fails with ENOTTY;
     // the call is harmless and has always been issued here.
-    ioctl(fd_inotify_input, EVIOCGRAB, 0);
+    ioctl(inotify, EVIOCGRAB, 0);
 
     epoll_event ev;
     memset(&ev, 0, sizeof ev);
     ev.events = EPOLLIN | EPOLLET;
-    ev.data.fd = fd_inotify_input;
-    if (epoll_ctl(epfd_hid_devs, EPOLL_CTL_ADD, fd_inotify_input, &ev) < 0) {
+    ev.data.fd = inotify;
+    if (epoll_ctl(epfd, EPOLL_CTL_ADD, inotify, &ev) < 0) {
         int err = errno;
         ATLOGE(0, kTagHotplug, "Set epoll_ctl, errno:%d, errstr:%s\n", err, strerror(err));
     }
@@ -166,9 +177,9 @@ void *handler_acm_devs_epoll(void *) {
     ATLOGI(3, kTagHotplug, "handler_acm_devs_epoll thread is running");
     epoll_event events[kMaxEpollEvents];
     for (;;) {
-        int n = epoll_wait(epfd_hid_devs, events, kMaxEpollEvents, -1);
+        int n = epoll_wait(acquire_load(&epfd_hid_devs), events, kMaxEpollEvents, -1);
         for (int i = 0; i < n; ++i)
-            if (events[i].data.fd == fd_inotify_input) dev_event_process();
+            if (events[i].data.fd == acquire_load(&fd_inotify_input)) dev_event_process();
     }
     return nullptr;
 }
@@ -176,7 +187,7 @@ void *handler_acm_devs_epoll(void *) {
 // Runs on the watcher thread: one read, then every whole record in it.
 int dev_event_process(void) {
     alignas(inotify_event) char buf[kEventBufferSize];
-    ssize_t n = read(fd_inotify_input, buf, sizeof buf);
+    ssize_t n = read(acquire_load(&fd_inotify_input), buf, sizeof buf);
     if (n < 0) {
         int err = errno;
         ATLOGE(0, kTagHotplug, "read, errno:%d, errstr:%s", err, strerror(err));
@@ -228,7 +239,8 @@ void notify_usbevent(void) {
         ATLOGE(0, kTagHotplug, "no device, usb event not sent");
         return;
     }
-    int32_t evt[2] = {st->usbdev_sts.usb_connected, st->usbdev_sts.usb_devinfo};
+    int32_t evt[2] = {relaxed_load(&st->usbdev_sts.usb_connected),
+                      relaxed_load(&st->usbdev_sts.usb_devinfo)};
     ATLOGI(4, kTagHotplug, "Notify usb evt %d %d", evt[0], evt[1]);
     AT_CMD_CbMsg_t msg = {ATCMD_ID_USBSTATE, 0, evt};
     atcmd::notify_client(&msg);

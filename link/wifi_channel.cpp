@@ -35,12 +35,12 @@ bool channel_open() { return relaxed_load(&g_fifo_rx_fd) >= 1; }
 // so none is closed twice, which could hit a descriptor reused meanwhile.
 void close_taken(int *fd) {
     int taken = take(fd, -1);
-    if (taken >= 0) close(taken);
+    if (taken >= 0) close_shared(taken);
 }
 
 void close_epoll() {
     int fd = take(&epfd_socket, 0);
-    if (fd >= 1) close(fd);
+    if (fd >= 1) close_shared(fd);
 }
 
 }  // namespace
@@ -54,24 +54,27 @@ int Socket_Fifo_Init(void) {
     close_epoll();
 
     // O_RDWR: neither open waits for the daemon to open the other end.
-    g_fifo_rx_fd = open(SysPath(kFifoRx).c_str(), O_RDWR | O_CLOEXEC);
-    g_fifo_tx_fd = open(SysPath(kFifoTx).c_str(), O_RDWR | O_CLOEXEC);
-    if (g_fifo_rx_fd < 0 || g_fifo_tx_fd < 0) {
+    const int rx = open(SysPath(kFifoRx).c_str(), O_RDWR | O_CLOEXEC);
+    publish(&g_fifo_rx_fd, rx);
+    const int tx = open(SysPath(kFifoTx).c_str(), O_RDWR | O_CLOEXEC);
+    publish(&g_fifo_tx_fd, tx);
+    if (rx < 0 || tx < 0) {
         ATLOGE(0, kTagManage, "cannot open device: %s\n", kFifoRx);
         return 10;
     }
 
-    epfd_socket = epoll_create1(0);
-    if (epfd_socket < 0) {
+    const int epfd = epoll_create1(0);
+    publish(&epfd_socket, epfd);
+    if (epfd < 0) {
         ATLOGE(0, kTagManage, "Create epoll instance, errno:%d, errstr:%s\n", errno,
                strerror(errno));
-        epfd_socket = 0;
+        relaxed_store(&epfd_socket, 0);
         return 11;
     }
     struct epoll_event ev = {};
     ev.events = EPOLLIN | EPOLLET;
-    ev.data.fd = g_fifo_rx_fd;
-    if (epoll_ctl(epfd_socket, EPOLL_CTL_ADD, g_fifo_rx_fd, &ev) < 0) {
+    ev.data.fd = rx;
+    if (epoll_ctl(epfd, EPOLL_CTL_ADD, rx, &ev) < 0) {
         ATLOGE(0, kTagManage, "Set epoll_ctl, errno:%d, errstr:%s\n", errno, strerror(errno));
         return 11;
     }
@@ -81,11 +84,12 @@ int Socket_Fifo_Init(void) {
 
 void stop_wifi_channel(void) {
     if (!channel_open()) return;
-    if (epoll_ctl(epfd_socket, EPOLL_CTL_DEL, g_fifo_rx_fd, nullptr) < 0) {
+    if (epoll_ctl(acquire_load(&epfd_socket), EPOLL_CTL_DEL, acquire_load(&g_fifo_rx_fd),
+                  nullptr) < 0) {
         ATLOGE(0, kTagManage,
                "stop_wifi_channel Set epoll_ctl, epfd_socket is %d, g_fifo_rx_fd is %d, errno:%d, "
                "errstr:%s\n",
-               epfd_socket, g_fifo_rx_fd, errno, strerror(errno));
+               relaxed_load(&epfd_socket), relaxed_load(&g_fifo_rx_fd), errno, strerror(errno));
     }
     end_alarm_thread(&g_wifiRx_thread);
     close_taken(&g_fifo_rx_fd);
@@ -98,10 +102,11 @@ int wifi_Chan_ReInit(void) {
     int r = stop_hiddemon();
     const system_status_t *st = device_status();
     if (st == nullptr) return r;
-    if (st->platform == ATCMD_PLATFORM_VUART) {
+    const int32_t platform = relaxed_load(&st->platform);
+    if (platform == ATCMD_PLATFORM_VUART) {
         ATLOGI(3, kTagManage, "Hid_daemon stopped, begin re-init wifi server!");
         r = property_set(kPropHidCmd, kCmdStartServer);
-    } else if (st->platform == ATCMD_PLATFORM_UART) {
+    } else if (platform == ATCMD_PLATFORM_UART) {
         ATLOGI(3, kTagManage, "Hid_daemon stopped, begin re-init wifi client with serverIP %s!",
                st->ipaddr);
         property_set(kPropHidSts, st->ipaddr);

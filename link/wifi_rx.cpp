@@ -9,6 +9,7 @@
 
 #include "core/device_state.h"
 #include "core/log.h"
+#include "core/relaxed.h"
 #include "core/threads.h"
 #include "link/serial_rx.h"
 
@@ -16,7 +17,8 @@ namespace {
 
 constexpr int kMaxEvents = 32;
 // A channel whose epoll set-up failed makes every wait fail at once; pause
-// rather than spin until the channel is closed.
+// rather than spin until the channel is closed. A wait that fails at once
+// never takes the SIGALRM that closing sends, so the pause must.
 constexpr useconds_t kFailedWaitPauseUs = 10000;
 
 // Waits on the channel's epoll instance and reads from the first ready
@@ -25,8 +27,8 @@ constexpr useconds_t kFailedWaitPauseUs = 10000;
 int fifo_recv(int, char *buf, int len, int) {
     struct epoll_event events[kMaxEvents];
     sigset_t mask;
-    atcmd::wait_mask_for_exit(&mask);  // SIGALRM may end the thread only here
-    int n = epoll_pwait(epfd_socket, events, kMaxEvents, -1, &mask);
+    atcmd::wait_mask_for_exit(&mask);  // SIGALRM may end the thread only in its waits
+    int n = epoll_pwait(atcmd::acquire_load(&epfd_socket), events, kMaxEvents, -1, &mask);
     if (n < 1) return n;
     return static_cast<int>(read(events[0].data.fd, buf, static_cast<size_t>(len)));
 }
@@ -60,8 +62,9 @@ void *atcmder_wifiRx_thread(void *) {
 
     atcmd::install_thread_exit_handler();
 
-    while (g_fifo_rx_fd >= 0) {
-        if (!atcmd::receive_once(kWifiRx, g_fifo_rx_fd, &batch)) usleep(kFailedWaitPauseUs);
+    for (int fd; (fd = atcmd::acquire_load(&g_fifo_rx_fd)) >= 0;) {
+        if (!atcmd::receive_once(kWifiRx, fd, &batch))
+            atcmd::sleep_until_exit_signal(kFailedWaitPauseUs);
     }
     atcmd::leave_alarm_thread(&g_wifiRx_thread);
     ATLOGI(3, atcmd::kTagManage, "atcmder_wifiRx_thread exits!");

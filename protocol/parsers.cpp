@@ -14,6 +14,7 @@
 #include "core/device_state.h"
 #include "core/log.h"
 #include "core/queue.h"
+#include "core/relaxed.h"
 #include "protocol/fields.h"
 #include "protocol/reply_shape.h"
 
@@ -94,9 +95,9 @@ unsigned int POWEROFF_parser(AtCmder_t *cmd) {
                                         "Invalid POWEROFF cmd!");
     if (!number_reply(__func__, cmd, kReply, "RESET_parser")) return 0;
     system_status_t *st = device_status();
-    if (st != nullptr && st->platform == ATCMD_PLATFORM_VUART) {
-        st->usbdev_sts.usb_devinfo = 0;
-        st->usbdev_sts.usb_connected = 0;
+    if (st != nullptr && relaxed_load(&st->platform) == ATCMD_PLATFORM_VUART) {
+        relaxed_store(&st->usbdev_sts.usb_devinfo, 0);
+        relaxed_store(&st->usbdev_sts.usb_connected, 0);
         notify_usbevent();
     }
     return 0;
@@ -161,7 +162,7 @@ unsigned int SHUTDOWN_parser(AtCmder_t *cmd) {
     cmd->dest = ATCMD_EP_CLIENT;
     notify(ATCMD_ID_SHUTDOWN, cmd, nullptr);
     const system_status_t *st = device_status();
-    if (st != nullptr && st->mode == ATCMD_MODE_WIFI) {
+    if (st != nullptr && relaxed_load(&st->mode) == ATCMD_MODE_WIFI) {
         char text[ATCMD_TEXT_MAX] = "+STATE=PWROFF\r\n";
         AtCmder_t rec = {};
         rec.type = ATCMD_TYPE_RESPONSE;
@@ -307,8 +308,8 @@ unsigned int STATE_parser(AtCmder_t *cmd) {
     notify(ATCMD_ID_STATE, cmd, &state);
     ATLOGI(4, kTagParse, "state status is %d", state);
     const system_status_t *st = device_status();
-    if (st != nullptr && st->platform == ATCMD_PLATFORM_VUART && state == 4 &&
-        st->mode == ATCMD_MODE_WIFI)
+    if (st != nullptr && relaxed_load(&st->platform) == ATCMD_PLATFORM_VUART && state == 4 &&
+        relaxed_load(&st->mode) == ATCMD_MODE_WIFI)
         atcmdprocess_wifi_stchange(0);
     return 0;
 }
@@ -327,15 +328,16 @@ unsigned int USBSTATE_parser(AtCmder_t *cmd) {
         ATLOGE(0, kTagParse, "no device, usb state %d %d dropped", v[0], v[1]);
         return 0;
     }
-    st->usbdev_sts.usb_devinfo = v[1];
-    st->usbdev_sts.usb_connected = v[0];
+    relaxed_store(&st->usbdev_sts.usb_devinfo, v[1]);
+    relaxed_store(&st->usbdev_sts.usb_connected, v[0]);
     if (v[0] == 1)
-        st->mode = ATCMD_MODE_USB;
+        relaxed_store(&st->mode, ATCMD_MODE_USB);
     else
-        st->mode = st->wifi_status == 1 ? ATCMD_MODE_WIFI : ATCMD_MODE_NONE;
+        relaxed_store(&st->mode,
+                      relaxed_load(&st->wifi_status) == 1 ? ATCMD_MODE_WIFI : ATCMD_MODE_NONE);
     notify_usbevent();
     relay_when_bridging(cmd, 0);
-    ATLOGI(3, kTagParse, "Current cast mode is %d", st->mode);
+    ATLOGI(3, kTagParse, "Current cast mode is %d", relaxed_load(&st->mode));
     return 0;
 }
 

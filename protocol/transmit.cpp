@@ -12,6 +12,7 @@
 #include "core/device_state.h"
 #include "core/log.h"
 #include "core/queue.h"
+#include "core/relaxed.h"
 
 namespace atcmd {
 namespace {
@@ -47,22 +48,24 @@ void watch_for_reply(const AtCmder_t &cmd) {
 }
 
 int send_vuart(const char *text, size_t len) {
-    if (g_vuart_fd < 0) {
+    const int fd = acquire_load(&g_vuart_fd);
+    if (fd < 0) {
         ATLOGE_FN(kTxProcess, 0, kTagManage, "Vuart is not open");
         return ATCMD_TX_VUART_CLOSED;
     }
-    VUART_Send(g_vuart_fd, text, static_cast<int>(len));
+    VUART_Send(fd, text, static_cast<int>(len));
     ATLOGI_FN(kTxProcess, 4, kTagManage, "Vuart successfully send cmd len is %zu, data is %s", len,
               text);
     return 0;
 }
 
 int send_uart(const char *text, size_t len) {
-    if (g_uart_fd < 0) {
+    const int fd = acquire_load(&g_uart_fd);
+    if (fd < 0) {
         ATLOGE_FN(kTxProcess, 0, kTagManage, "uart is not open");
         return ATCMD_TX_UART_CLOSED;
     }
-    UART_Send(g_uart_fd, text, static_cast<int>(len));
+    UART_Send(fd, text, static_cast<int>(len));
     ATLOGI_FN(kTxProcess, 4, kTagManage, "uart successfully send cmd data len %zu, data is %s", len,
               text);
     return 0;
@@ -71,11 +74,12 @@ int send_uart(const char *text, size_t len) {
 // Casting over WiFi on platform 1. The success line is logged before the
 // write's result is known; that is how this path has always reported.
 int send_fifo_cast(const char *text, size_t len) {
-    if (g_fifo_tx_fd < 0) {
+    const int fd = acquire_load(&g_fifo_tx_fd);
+    if (fd < 0) {
         ATLOGE_FN(kTxProcess, 0, kTagManage, "wifi fifo is not opened!");
         return ATCMD_TX_FIFO_CLOSED;
     }
-    ssize_t n = write(g_fifo_tx_fd, text, len);
+    ssize_t n = write(fd, text, len);
     ATLOGI_FN(kTxProcess, 4, kTagManage, "wifi fifotx successfully send data %s", text);
     if (n < 0) {
         ATLOGE_FN(kTxProcess, 0, kTagManage, "atcmder_Tx_process fifotx fail to send data %s",
@@ -87,11 +91,12 @@ int send_fifo_cast(const char *text, size_t len) {
 
 // Relaying to the WiFi peer on platform 2.
 int send_fifo_relay(const char *text, size_t len) {
-    if (g_fifo_tx_fd < 0) {
+    const int fd = acquire_load(&g_fifo_tx_fd);
+    if (fd < 0) {
         ATLOGE_FN(kTxProcess, 0, kTagManage, "wifi fifo is not opened!");
         return ATCMD_TX_FIFO_CLOSED;
     }
-    if (write(g_fifo_tx_fd, text, len) < 0) {
+    if (write(fd, text, len) < 0) {
         ATLOGE_FN(kTxProcess, 0, kTagManage, "wifi fifotx fails to write data %s", text);
         return ATCMD_TX_FIFO_WRITE_FAILED;
     }

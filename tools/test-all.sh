@@ -5,8 +5,10 @@
 #      the public structures with the cross compiler,
 #   2. builds with g++ and runs the suite,
 #   3. builds with clang, AddressSanitizer and UndefinedBehaviorSanitizer,
-#      runs the suite again (first report halts it) and each fuzz target for
-#      a bounded time.
+#      runs the suite again (first report halts it),
+#   4. builds with clang and ThreadSanitizer and runs the suite a third time
+#      (tools/test-tsan.sh),
+#   5. runs each fuzz target for a bounded time.
 # Warnings are errors in every build.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -38,6 +40,9 @@ cmake --build build/clang-san -j "$JOBS"
 export ASAN_OPTIONS=halt_on_error=1:detect_leaks=1:strict_string_checks=1
 export UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1
 ctest --test-dir build/clang-san -j "$JOBS" --output-on-failure --no-tests=error
+
+echo "== clang + ThreadSanitizer build and tests"
+JOBS="$JOBS" bash tools/test-tsan.sh
 
 shopt -s nullglob
 # Parsers set properties; the fuzz runs keep theirs in a directory of their own.

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "core/delays.h"
+#include "core/relaxed.h"
 #include "fixtures/callback_sink.h"
 #include "fixtures/census.h"
 #include "fixtures/child_process.h"
@@ -98,7 +99,7 @@ TEST(UartRxThread, LinesFlowUntilThePortDiesThenRetriesWithPauses) {
             EXPECT_EQ(24, m.cmd_id);
             EXPECT_EQ(-6, m.i32[0]);
         }
-        EXPECT_EQ(-1, g_uart_fd);
+        EXPECT_EQ(-1, atcmd::relaxed_load(&g_uart_fd));
     });
 }
 

@@ -34,6 +34,19 @@ atcmdprocess_device_t *Module::open() {
     return dev_;
 }
 
+system_status_t Module::status_of(const atcmdprocess_device_t *dev) {
+    const system_status_t &s = dev->system_status;
+    auto load = [](const int32_t &field) { return __atomic_load_n(&field, __ATOMIC_RELAXED); };
+    system_status_t copy = {load(s.platform), load(s.mode), load(s.wifi_status), load(s.state), {},
+                            {load(s.usbdev_sts.usb_devinfo), load(s.usbdev_sts.usb_connected)}};
+    memcpy(copy.ipaddr, s.ipaddr, sizeof copy.ipaddr);  // written by the client's wifi_init only
+    return copy;
+}
+
+void Module::set_platform(int32_t platform) {
+    __atomic_store_n(&dev_->system_status.platform, platform, __ATOMIC_RELAXED);
+}
+
 atsim::PropertyStore Module::properties() {
     return {sym<int(const char *, char *, const char *)>("property_get"),
             sym<int(const char *, const char *)>("property_set")};

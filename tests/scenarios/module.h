@@ -30,12 +30,24 @@ public:
     // The device's open and the callback, as a client does right after it.
     atcmdprocess_device_t *open();
     atcmdprocess_device_t *device() { return dev_; }
-    system_status_t &status() { return dev_->system_status; }
+    // The status as a client reads it while the service's threads write it:
+    // every int field once, as a relaxed atomic load, as the service itself
+    // reads them.
+    system_status_t status() const { return status_of(dev_); }
+    static system_status_t status_of(const atcmdprocess_device_t *dev);
+    // A client's change of platform while the service runs.
+    void set_platform(int32_t platform);
 
     // An exported name, as a client reaches it.
     template <typename T>
     T *sym(const char *name) {
         return reinterpret_cast<T *>(dlsym(handle_, name));
+    }
+    // An exported variable that the service's threads write, read as they
+    // read it: one relaxed atomic load.
+    template <typename T>
+    T load(const char *name) {
+        return __atomic_load_n(sym<T>(name), __ATOMIC_RELAXED);
     }
     atsim::PropertyStore properties();
     std::string prop(const char *key);

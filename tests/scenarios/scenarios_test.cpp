@@ -165,13 +165,17 @@ TEST_F(Scenario, WifiLinkComesUpCarriesFramesSurvivesALostHeartbeatAndGoesDown) 
 
         // Beats every second for longer than the module's 5 s period keep the
         // link; one silent period restarts the daemon.
-        const uint64_t *beats = m.sym<uint64_t>("g_wifiHBeat_num");
-        EXPECT_TRUE(wait_until([&] { return *beats >= 7; }, 15000));
+        EXPECT_TRUE(wait_until([&] { return m.load<uint64_t>("g_wifiHBeat_num") >= 7; }, 15000));
         EXPECT_EQ(0, daemon.exit_requests());
         daemon.pause_heartbeats(true);
         EXPECT_TRUE(wait_until([&] { return daemon.exit_requests() >= 1; }, 15000));
+        daemon.clear_received();
         daemon.pause_heartbeats(false);
         EXPECT_TRUE(wait_until([&] { return daemon.running(); }, 5000));
+        // The signal thread takes the new "running" up on its own time; its
+        // query burst shows it has, before the tear-down below.
+        EXPECT_TRUE(daemon.wait_for_line([](const std::string &l) { return l == "AT+VER?#11&1\r\n"; },
+                                         5s));
 
         atcmd_test::CallbackSink::clear();
         EXPECT_EQ(0, dev->wifi_stchange(1));
@@ -196,7 +200,7 @@ TEST_F(Scenario, Platform2RelaysBetweenPeerAndMcuAndShakesHands) {
         acc.set_value("+USBSTATE", "0,0");  // on the UART, not connected over USB
         ASSERT_TRUE(acc.plug_uart());
         // The UART is the client's to open on a device switched to platform 2.
-        m.status().platform = ATCMD_PLATFORM_UART;
+        m.set_platform(ATCMD_PLATFORM_UART);
         ASSERT_EQ(0, m.sym<int(int *)>("UART_init")(m.sym<int>("g_uart_fd")));
         pthread_t uart_rx;
         ASSERT_EQ(0, pthread_create(&uart_rx, nullptr, m.sym<void *(void *)>("atcmder_uartRx_thread"),
@@ -308,8 +312,8 @@ TEST_F(Scenario, ASecondOpenServesTheNewDevice) {
         atsim::Accessory acc(root.root(), transcript);
         acc.silence("+USBSTATE");  // the mode then comes from the plug alone
         ASSERT_TRUE(acc.plug_usb(0));
-        EXPECT_TRUE(wait_until([&] { return second->system_status.mode == ATCMD_MODE_USB; }));
-        EXPECT_EQ(ATCMD_MODE_NONE, first->system_status.mode);
+        EXPECT_TRUE(wait_until([&] { return Module::status_of(second).mode == ATCMD_MODE_USB; }));
+        EXPECT_EQ(ATCMD_MODE_NONE, Module::status_of(first).mode);
     });
 }
 
