@@ -288,6 +288,13 @@ std::string Accessory::take_output() {
     return out;
 }
 
+bool Accessory::set_read_observer(ReadObserver observer) {
+    std::lock_guard<std::mutex> link(link_mu_);
+    if (plugged()) return false;
+    read_observer_ = std::move(observer);
+    return true;
+}
+
 void Accessory::reader_loop(int master, int wake) {
     name_thread("atsim-mcu-rx");
     pollfd fds[2] = {{master, POLLIN, 0}, {wake, POLLIN, 0}};
@@ -301,6 +308,7 @@ void Accessory::reader_loop(int master, int wake) {
         if (fds[0].revents == 0) continue;
         ssize_t n = read(master, buf, sizeof buf);
         if (n > 0) {
+            if (read_observer_) read_observer_(buf, static_cast<size_t>(n));
             consume(buf, static_cast<size_t>(n));
         } else if (n == 0 || (errno != EAGAIN && errno != EINTR)) {
             // Cannot happen while the simulator holds its slave open; do not spin.

@@ -67,6 +67,13 @@ public:
     // slave descriptor comes out of the master after all of them.
     std::string take_output();
 
+    // Called on the reader thread with the bytes of each read (take_output()'s
+    // marks included) before any other handling, to time when the phone's
+    // bytes became readable. Set only while unplugged (false otherwise): the
+    // next reader thread starts with it, so it needs no lock.
+    using ReadObserver = std::function<void(const char *data, size_t n)>;
+    bool set_read_observer(ReadObserver observer);
+
 private:
     bool plug(const std::string &name, const std::string &uevent);
     bool open_link(const std::string &name, const std::string &uevent, std::string *what);
@@ -108,6 +115,7 @@ private:
     uint64_t marks_seen_ = 0;
 
     ReceivedLines received_;
+    ReadObserver read_observer_;  // written only while no reader thread runs
 
     std::mutex report_mu_;
     std::condition_variable report_cv_;

@@ -121,6 +121,15 @@ void HidDaemon::set_restart_after_exit(bool on) {
     restart_after_exit_ = on;
 }
 
+void HidDaemon::pause_reading(bool paused) {
+    {
+        std::lock_guard<std::mutex> lk(mu_);
+        reading_paused_ = paused;
+    }
+    wake_.wake();  // the I/O thread's next poll takes the new setting
+    t_.add("note", paused ? "fifo_tx reading paused" : "fifo_tx reading resumed");
+}
+
 bool HidDaemon::send_to_module(const std::string &bytes) {
     bool ok = rx_fd_ >= 0 &&
               write(rx_fd_, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
@@ -173,12 +182,13 @@ void HidDaemon::io_loop() {
             std::lock_guard<std::mutex> lk(mu_);
             if (stop_) return;
             if (running_ && !paused_) wake_at = std::min(wake_at, next_beat_);
+            fds[1].events = reading_paused_ ? 0 : POLLIN;
         }
         auto wait = std::chrono::ceil<std::chrono::milliseconds>(wake_at - Clock::now());
         int r = poll(fds, 3, static_cast<int>(std::max<long long>(0, wait.count())));
         if (r < 0 && errno != EINTR) return;
         if (r <= 0) continue;
-        if (fds[0].revents != 0) wake_.drain();  // stop_ is checked above
+        if (fds[0].revents != 0) wake_.drain();  // stop_ and the pause are checked above
         if (fds[1].revents & POLLIN) read_frames();
         if (fds[2].revents & POLLIN) read_commands();
     }

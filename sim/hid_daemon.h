@@ -60,6 +60,11 @@ public:
     // the property changes.
     void set_restart_after_exit(bool on);
 
+    // A daemon stuck on its socket: while paused it leaves /dev/fifo_tx
+    // unread, so the module's writes fill the FIFO and then block. A read
+    // already under way finishes first.
+    void pause_reading(bool paused);
+
     // Bytes from the WiFi peer to the module, one write into /dev/fifo_rx.
     bool send_to_module(const std::string &bytes);
     // The module's lines to the WiFi peer since the last clear_received().
@@ -99,6 +104,7 @@ private:
     bool running_ = false;
     bool stopped_by_exit_ = false;
     bool paused_ = false;
+    bool reading_paused_ = false;
     bool ack_exit_ = true;
     bool restart_after_exit_ = true;
     std::string ack_text_ = "exit";

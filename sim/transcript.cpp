@@ -12,7 +12,7 @@ void Transcript::add(std::string who, std::string text) {
     std::function<void(const Event &)> listener;
     {
         std::lock_guard<std::mutex> lk(mu_);
-        events_.push_back(e);
+        if (keep_) events_.push_back(e);
         listener = listener_;
     }
     if (listener) listener(e);
@@ -36,6 +36,11 @@ std::string Transcript::dump() const {
 void Transcript::set_listener(std::function<void(const Event &)> listener) {
     std::lock_guard<std::mutex> lk(mu_);
     listener_ = std::move(listener);
+}
+
+void Transcript::set_keep(bool keep) {
+    std::lock_guard<std::mutex> lk(mu_);
+    keep_ = keep;
 }
 
 std::string escape(const std::string &text) {

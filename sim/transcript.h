@@ -31,12 +31,17 @@ public:
     // Called for every event after it is stored, outside every simulator lock,
     // so the listener may print or look at the transcript.
     void set_listener(std::function<void(const Event &)> listener);
+    // Off: events still reach the listener but are no longer stored, so a
+    // long run at thousands of lines a second does not grow without bound.
+    // On by default.
+    void set_keep(bool keep);
 
 private:
     const std::chrono::steady_clock::time_point start_;
     mutable std::mutex mu_;
     std::vector<Event> events_;
     std::function<void(const Event &)> listener_;
+    bool keep_ = true;
 };
 
 // "\r" and "\n" as the two characters "\\r" and "\\n", other control bytes as "\\xNN".

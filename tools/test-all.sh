@@ -13,7 +13,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-FUZZ_SECONDS=${FUZZ_SECONDS:-30}
+FUZZ_SECONDS=${FUZZ_SECONDS:-60}
 JOBS=${JOBS:-$(nproc)}
 
 source tools/deps.sh
@@ -31,7 +31,9 @@ arm-linux-gnueabihf-g++ -std=c++17 -fsyntax-only -Wall -Wextra -Werror \
 echo "== g++ build and tests"
 cmake -S . -B build/gcc -G Ninja -DCMAKE_CXX_COMPILER=g++ >/dev/null
 cmake --build build/gcc -j "$JOBS"
-ctest --test-dir build/gcc -j "$JOBS" --output-on-failure --no-tests=error
+ctest --test-dir build/gcc -j "$JOBS" -LE soak --output-on-failure --no-tests=error
+echo "== soak runs (g++ build; each prints its figures)"
+ctest --test-dir build/gcc -L soak --output-on-failure --no-tests=error
 
 echo "== clang + ASan/UBSan build, tests and fuzzing"
 cmake -S . -B build/clang-san -G Ninja -DCMAKE_CXX_COMPILER=clang++ \
@@ -39,7 +41,10 @@ cmake -S . -B build/clang-san -G Ninja -DCMAKE_CXX_COMPILER=clang++ \
 cmake --build build/clang-san -j "$JOBS"
 export ASAN_OPTIONS=halt_on_error=1:detect_leaks=1:strict_string_checks=1
 export UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1
-ctest --test-dir build/clang-san -j "$JOBS" --output-on-failure --no-tests=error
+ctest --test-dir build/clang-san -j "$JOBS" -LE soak --output-on-failure --no-tests=error
+# Shorter soak runs under the sanitizers: they look for memory faults, not stamina.
+ATCMD_SOAK_SECONDS=10 ATCMD_SOAK_CYCLES=20 \
+  ctest --test-dir build/clang-san -L soak --output-on-failure --no-tests=error
 
 echo "== clang + ThreadSanitizer build and tests"
 JOBS="$JOBS" bash tools/test-tsan.sh
