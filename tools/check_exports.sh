@@ -1,10 +1,13 @@
 #!/usr/bin/env bash
 # Checks that the module exports exactly the names its public header declares
 # with ATCMD_API (plus the host property store and HMI), and nothing else.
-# usage: check_exports.sh MODULE.so PUBLIC_HEADER
+# usage: check_exports.sh MODULE.so PUBLIC_HEADER [NM]
+# NM reads the module's symbols (default nm); a cross-built module needs the
+# cross toolchain's own.
 set -euo pipefail
 so=$1
 header=$2
+nm=${3:-nm}
 expected=$(mktemp)
 actual=$(mktemp)
 trap 'rm -f "$expected" "$actual"' EXIT
@@ -17,7 +20,7 @@ trap 'rm -f "$expected" "$actual"' EXIT
 
 # Linker- and sanitizer-made symbols (UBSan emits type info for function
 # types) are not part of the module's ABI.
-nm -D --defined-only "$so" | awk '{print $3}' |
+"$nm" -D --defined-only "$so" | awk '{print $3}' |
   grep -v -E '^(_init|_fini|_edata|_end|__bss_start|__odr_asan.*|___asan.*|__asan.*|__ubsan.*|__sancov.*|__start___sancov.*|__stop___sancov.*|_ZT[IS]F.*)$' |
   sort -u >"$actual"
 

@@ -3,12 +3,16 @@
 # root), then
 #   1. checks Android.bp's syntax with bpfmt and the 32-bit ARM layouts of
 #      the public structures with the cross compiler,
-#   2. builds with g++ and runs the suite,
-#   3. builds with clang, AddressSanitizer and UndefinedBehaviorSanitizer,
+#   2. builds with g++, runs the suite and the soak runs (bench/soak),
+#   3. cross-builds for arm64 and runs the suite under qemu-user
+#      (tools/test-arm64.sh),
+#   4. builds with clang, AddressSanitizer and UndefinedBehaviorSanitizer and
 #      runs the suite again (first report halts it),
-#   4. builds with clang and ThreadSanitizer and runs the suite a third time
+#   5. builds with clang and ThreadSanitizer and runs the suite a third time
 #      (tools/test-tsan.sh),
-#   5. runs each fuzz target for a bounded time.
+#   6. runs each fuzz target for FUZZ_SECONDS (60) seconds.
+# Longer runs (the 60 s soak figures, 30-minute fuzzing) are in
+# tools/bench.sh --long.
 # Warnings are errors in every build.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -34,6 +38,9 @@ cmake --build build/gcc -j "$JOBS"
 ctest --test-dir build/gcc -j "$JOBS" -LE soak --output-on-failure --no-tests=error
 echo "== soak runs (g++ build; each prints its figures)"
 ctest --test-dir build/gcc -L soak --output-on-failure --no-tests=error
+
+echo "== arm64 cross build and tests under qemu-user"
+JOBS="$JOBS" bash tools/test-arm64.sh
 
 echo "== clang + ASan/UBSan build, tests and fuzzing"
 cmake -S . -B build/clang-san -G Ninja -DCMAKE_CXX_COMPILER=clang++ \
