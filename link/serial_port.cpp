@@ -158,11 +158,12 @@ int configure_opened(const SerialLink &link, int fd, const char *path) {
 
 // poll rather than select: an fd_set cannot hold a negative descriptor or
 // one at or above FD_SETSIZE, and a fortified FD_SET aborts on either. A
-// negative time-out waits without limit.
+// negative time-out waits without limit, which the blocking read does by
+// itself (the receive threads' case: one system call per read, not two).
 int serial_recv(int fd, char *buf, int len, int timeout_ms) {
-    if (fd >= 0) {
+    if (fd >= 0 && timeout_ms >= 0) {
         pollfd p = {fd, POLLIN, 0};
-        if (poll(&p, 1, timeout_ms < 0 ? -1 : timeout_ms) == 0) return -1;
+        if (poll(&p, 1, timeout_ms) == 0) return -1;
     }
     // Any other outcome, an error included, is left to the read to report.
     return static_cast<int>(read(fd, buf, len > 0 ? static_cast<size_t>(len) : 0));
