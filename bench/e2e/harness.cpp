@@ -262,18 +262,16 @@ Spread spread_of(std::vector<double> us) {
 void row(const std::string &section, const std::string &measure, const std::string &value,
          const std::string &baseline, const std::string &ratio, const std::string &target,
          const std::string &met) {
-    printf("ROW|%s|%s|%s|%s|%s|%s|%s\n", section.c_str(), measure.c_str(), value.c_str(),
-           baseline.c_str(), ratio.c_str(), target.c_str(), met.c_str());
-    fflush(stdout);
+    bench_rows::print_row(stdout, section, measure, value, baseline, ratio, target, met);
 }
 
-std::string fmt(const char *f, ...) {
-    char buf[512];
-    va_list ap;
-    va_start(ap, f);
-    vsnprintf(buf, sizeof buf, f, ap);
-    va_end(ap);
-    return buf;
+bool wait_told(Shared *sh, int cmd_id, int timeout_ms) {
+    const uint64_t deadline = now_ns() + static_cast<uint64_t>(timeout_ms) * 1000000u;
+    while ((sh->told_mask.load() & told_bit(cmd_id)) == 0) {
+        if (now_ns() >= deadline) return false;
+        sleep_ns(5000000);
+    }
+    return true;
 }
 
 }  // namespace e2e

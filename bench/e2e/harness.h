@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "atcmdprocess.h"
+#include "bench/rows.h"
 
 namespace e2e {
 
@@ -111,11 +112,13 @@ Spread spread_of(std::vector<double> us);
 void row(const std::string &section, const std::string &measure, const std::string &value,
          const std::string &baseline, const std::string &ratio, const std::string &target,
          const std::string &met);
-std::string fmt(const char *f, ...) __attribute__((format(printf, 1, 2)));
+using bench_rows::fmt;
 inline const char *yes_no(bool ok) { return ok ? "yes" : "no"; }
 
 // Messages of interest, for the callback and its users.
 constexpr uint64_t told_bit(int cmd_id) { return uint64_t{1} << cmd_id; }
+// Polls the child's told_mask every 5 ms until cmd_id's bit is set.
+bool wait_told(Shared *sh, int cmd_id, int timeout_ms);
 
 int run_receive(const Options &opt);
 int run_transmit(const Options &opt);

@@ -47,15 +47,6 @@ void keep_one_waiting(Shared *sh, atcmdprocess_device_t *dev) {
     }
 }
 
-bool wait_told(Shared *sh, int cmd_id, int timeout_ms) {
-    const uint64_t deadline = now_ns() + static_cast<uint64_t>(timeout_ms) * 1000000u;
-    while ((sh->told_mask.load() & told_bit(cmd_id)) == 0) {
-        if (now_ns() >= deadline) return false;
-        sleep_ns(5000000);
-    }
-    return true;
-}
-
 IdleResult idle_case(Setting setting, const Options &opt) {
     atcmd_test::TempSysroot root;
     Shared *sh = map_shared();

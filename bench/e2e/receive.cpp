@@ -144,15 +144,6 @@ CaseResult measure(atsim::Accessory &acc, const Pace &pace, Shared *sh, pid_t pi
     return r;
 }
 
-bool wait_told(Shared *sh, int cmd_id, int timeout_ms) {
-    const uint64_t deadline = now_ns() + static_cast<uint64_t>(timeout_ms) * 1000000u;
-    while ((sh->told_mask.load() & told_bit(cmd_id)) == 0) {
-        if (now_ns() >= deadline) return false;
-        sleep_ns(5000000);
-    }
-    return true;
-}
-
 long long file_size(const std::string &path) {
     struct stat st;
     return stat(path.c_str(), &st) == 0 ? static_cast<long long>(st.st_size) : -1;

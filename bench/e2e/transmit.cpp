@@ -170,15 +170,6 @@ struct TxResult {
     Spread kinds[kKinds];
 };
 
-bool wait_told(Shared *sh, int cmd_id, int timeout_ms) {
-    const uint64_t deadline = now_ns() + static_cast<uint64_t>(timeout_ms) * 1000000u;
-    while ((sh->told_mask.load() & told_bit(cmd_id)) == 0) {
-        if (now_ns() >= deadline) return false;
-        sleep_ns(5000000);
-    }
-    return true;
-}
-
 TxResult transmit_case(int log_level, const Options &opt) {
     const uint32_t iterations = opt.quick ? 200 : 1000;
     atcmd_test::TempSysroot root;

@@ -52,6 +52,7 @@
 #include <sanitizer/common_interface_defs.h>
 #endif
 
+#include "bench/rows.h"
 #include "fixtures/callback_sink.h"
 #include "fixtures/census.h"
 #include "fixtures/child_process.h"
@@ -92,22 +93,12 @@ struct Options {
 FILE *g_report = stdout;  // a copy of the original standard output
 bool g_all_met = true;    // of the rows this process printed
 
-std::string fmt(const char *f, ...) __attribute__((format(printf, 1, 2)));
-std::string fmt(const char *f, ...) {
-    char buf[512];
-    va_list ap;
-    va_start(ap, f);
-    vsnprintf(buf, sizeof buf, f, ap);
-    va_end(ap);
-    return buf;
-}
+using bench_rows::fmt;
 
 // counts: a missed target fails the run.
 void row(const std::string &measure, const std::string &value, const std::string &target, bool met,
          bool counts = true) {
-    fprintf(g_report, "ROW|soak|%s|%s|-|-|%s|%s\n", measure.c_str(), value.c_str(), target.c_str(),
-            met ? "yes" : "no");
-    fflush(g_report);
+    bench_rows::print_row(g_report, "soak", measure, value, "-", "-", target, met ? "yes" : "no");
     g_all_met = g_all_met && (met || !counts);
 }
 
@@ -121,8 +112,7 @@ void check(const std::string &measure, bool holds) {
 
 // A figure without a target.
 void info(const std::string &measure, const std::string &value) {
-    fprintf(g_report, "ROW|soak|%s|%s|-|-|-|-\n", measure.c_str(), value.c_str());
-    fflush(g_report);
+    bench_rows::print_row(g_report, "soak", measure, value, "-", "-", "-", "-");
 }
 
 void note(const std::string &text) {
