@@ -2,9 +2,13 @@
 # named as arguments that are not installed yet (as root, on Debian 12), and
 # nothing at all when every one is there, so a second run starts at once.
 atcmd_install_missing() {
-  local missing=() p
+  local missing=() p native
+  native=$(dpkg --print-architecture)
   for p in "$@"; do
-    dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
+    # With a foreign architecture's copy installed too (the arm64 step's
+    # multiarch packages), a bare name is ambiguous to dpkg: ask for ours.
+    dpkg -s "$p" >/dev/null 2>&1 || { [[ $p != *:* ]] && dpkg -s "$p:$native" >/dev/null 2>&1; } ||
+      missing+=("$p")
   done
   [ ${#missing[@]} -eq 0 ] && return 0
   echo "== installing: ${missing[*]}"
