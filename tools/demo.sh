@@ -9,6 +9,7 @@ cd "$(dirname "$0")/.."
 source tools/deps.sh
 atcmd_install_missing cmake ninja-build g++ android-liblog-dev libreadline-dev
 
+mkdir -p build
 if ! { cmake -S . -B build/gcc -G Ninja -DCMAKE_CXX_COMPILER=g++ &&
        cmake --build build/gcc --target atcmd-demo atcmd-console atcmd-sim; } >build/demo-build.log 2>&1
 then
