@@ -8,6 +8,8 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <initializer_list>
+
 #include "platform/sysroot.h"
 
 int32_t log_level = 4;
@@ -40,6 +42,24 @@ const char *log_timestamp() {
 
 int log_tid() { return static_cast<int>(gettid()); }
 
+const char *shell_quote(const char *text, char *out, size_t n) {
+    size_t o = 0;
+    auto put = [&](char c) {
+        if (o + 1 < n) out[o++] = c;
+    };
+    put('\'');
+    for (const char *p = text; *p != '\0'; ++p) {
+        if (*p != '\'') {
+            put(*p);
+            continue;
+        }
+        for (char c : {'\'', '\\', '\'', '\''}) put(c);  // ' becomes '\''
+    }
+    put('\'');
+    out[o] = '\0';
+    return out;
+}
+
 LogFileLock::LogFileLock() { pthread_mutex_lock(&g_file_lock); }
 LogFileLock::~LogFileLock() { pthread_mutex_unlock(&g_file_lock); }
 
@@ -53,8 +73,11 @@ void log_file_init(const char *dir, const char *name) {
 
     // Through the shell on purpose: "mkdir -p" creates every missing level in
     // one call, and its failure needs no handling here (the fopen below
-    // fails and says so).
-    snprintf(path, sizeof path, "mkdir -p %s", root_dir.c_str());
+    // fails and says so). The directory is quoted: under a host root or a
+    // home directory it may hold blanks or characters the shell would take.
+    char quoted[PATH_MAX * 4 + 2];
+    snprintf(path, sizeof path, "mkdir -p %s",
+             atcmd::shell_quote(root_dir.c_str(), quoted, sizeof quoted));
     int ignored = system(path);
     (void)ignored;
 

@@ -47,6 +47,10 @@ const char *log_timestamp();
 
 int log_tid();
 
+// text in single quotes for the shell, each ' inside as '\''; cut short
+// (and so refused by the shell) when out (size n) cannot hold it. Returns out.
+const char *shell_quote(const char *text, char *out, size_t n);
+
 // Serialises file output against log_file_init replacing the stream.
 // Recursive, because an argument of a statement may itself log.
 class LogFileLock {

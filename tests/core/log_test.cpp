@@ -21,10 +21,6 @@ constexpr const char *kLogFile = "/sdcard/tavrinola/.log/atcmdprocess";
 struct Log : ::testing::Test {
     atcmd_test::TempSysroot root;
     void SetUp() override { log_level = 4; }
-    void TearDown() override {
-        if (fd_logfile != nullptr) fclose(fd_logfile);
-        fd_logfile = nullptr;
-    }
 };
 
 TEST(Timestamp, MicrosecondsAreNotPaddedAndTheBaseIsSubtracted) {
@@ -76,6 +72,12 @@ TEST_F(Log, LevelGateAppliesToEveryOutputAndArgumentsRunOncePerOutput) {
     }
     EXPECT_THAT(out, HasSubstr("level three 1"));
     EXPECT_THAT(root.read_file(kLogFile), HasSubstr("level three 3"));
+}
+
+TEST_F(Log, ADirectoryWithBlanksAndQuotesIsMadeAsNamed) {
+    log_file_init("/sdcard/a b/it's $(x)", "atcmdprocess");
+    ATLOGI(3, atcmd::kTagManage, "here");
+    EXPECT_THAT(root.read_file("/sdcard/a b/it's $(x)/atcmdprocess"), HasSubstr("here"));
 }
 
 TEST_F(Log, UncreatableDirectoryReportsOnStderrAndLoggingGoesOn) {

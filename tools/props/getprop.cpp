@@ -15,21 +15,21 @@
 namespace {
 
 const char kUsage[] =
-    "usage: atcmd-getprop [KEY [DEFAULT]]\n"
+    "usage: atcmd-getprop [--root DIR] [KEY [DEFAULT]]\n"
     "  without KEY: list every property as [key]: [value], sorted by key\n"
     "  with KEY: print its value, or DEFAULT (empty without one)\n"
+    "  --root DIR  the store under DIR, as with ATCMD_SYSROOT=DIR\n"
     "The store is $ATCMD_PROPERTY_DIR, else $ATCMD_SYSROOT/dev/__properties__,\n"
-    "else $XDG_RUNTIME_DIR/atcmd-properties, else /tmp/atcmd-properties-<uid>.\n";
+    "else $XDG_STATE_HOME/atcmd/properties (~/.local/state/atcmd/properties).\n";
 
 void list() {
     char dir[PATH_MAX];
     std::vector<std::string> keys;
     DIR *d = atcmd::property_dir(dir, sizeof dir) != nullptr ? opendir(dir) : nullptr;
     if (d != nullptr) {
-        // Dot files are writers' temporaries; over-long names are no keys.
+        // Dot files are writers' temporaries, never keys.
         while (const dirent *e = readdir(d))
-            if (e->d_name[0] != '.' && strlen(e->d_name) < PROPERTY_KEY_MAX)
-                keys.emplace_back(e->d_name);
+            if (e->d_name[0] != '.') keys.emplace_back(e->d_name);
         closedir(d);
     }
     std::sort(keys.begin(), keys.end());
@@ -43,20 +43,32 @@ void list() {
 }  // namespace
 
 int main(int argc, char **argv) {
-    if (argc == 2 && (strcmp(argv[1], "--help") == 0 || strcmp(argv[1], "-h") == 0)) {
-        fputs(kUsage, stdout);
-        return 0;
+    int i = 1;
+    for (; i < argc && argv[i][0] == '-'; ++i) {
+        if (strcmp(argv[i], "--help") == 0 || strcmp(argv[i], "-h") == 0) {
+            fputs(kUsage, stdout);
+            return 0;
+        }
+        const char *root = strncmp(argv[i], "--root=", 7) == 0 ? argv[i] + 7
+                           : strcmp(argv[i], "--root") == 0 && i + 1 < argc ? argv[++i]
+                                                                            : nullptr;
+        if (root == nullptr) break;
+        if (!atcmd::use_sysroot(root)) {
+            fprintf(stderr, "atcmd-getprop: --root %s is not a directory\n", root);
+            return 2;
+        }
     }
-    if (argc > 3 || (argc > 1 && argv[1][0] == '-')) {
+    int args = argc - i;
+    if (args > 2 || (args > 0 && argv[i][0] == '-')) {
         fputs(kUsage, stderr);
         return 2;
     }
-    if (argc == 1) {
+    if (args == 0) {
         list();
         return 0;
     }
     char value[PROPERTY_VALUE_MAX];
-    property_get(argv[1], value, argc == 3 ? argv[2] : "");
+    property_get(argv[i], value, args == 2 ? argv[i + 1] : "");
     printf("%s\n", value);
     return 0;
 }

@@ -5,43 +5,49 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "platform/property_errors.h"
 #include "platform/property_store.h"
 
 namespace {
 
 const char kUsage[] =
-    "usage: atcmd-setprop KEY VALUE\n"
-    "  KEY is 1 to 31 characters, VALUE at most 91; a ro.* key can be set once.\n"
+    "usage: atcmd-setprop [--root DIR] KEY VALUE\n"
+    "  KEY is 1 to 255 characters, without '/' and not starting with '.';\n"
+    "  VALUE at most 91; a ro.* key can be set once.\n"
+    "  --root DIR  the store under DIR, as with ATCMD_SYSROOT=DIR\n"
     "The store is $ATCMD_PROPERTY_DIR, else $ATCMD_SYSROOT/dev/__properties__,\n"
-    "else $XDG_RUNTIME_DIR/atcmd-properties, else /tmp/atcmd-properties-<uid>.\n";
-
-// property_set only says no; tell the person at the shell why.
-const char *why_refused(const char *key, const char *value) {
-    size_t n = strlen(key);
-    if (n == 0 || n >= PROPERTY_KEY_MAX) return "the key must be 1 to 31 characters";
-    if (key[0] == '.' || strchr(key, '/') != nullptr)
-        return "the key must not start with '.' or hold '/'";
-    if (strlen(value) >= PROPERTY_VALUE_MAX) return "the value is longer than 91 characters";
-    if (strncmp(key, "ro.", 3) == 0) return "a ro.* property cannot change once set";
-    return "the store cannot be written";
-}
+    "else $XDG_STATE_HOME/atcmd/properties (~/.local/state/atcmd/properties),\n"
+    "made on the first set.\n"
+    "Exit status: 0 set, 1 refused (with the reason), 2 usage error.\n";
 
 }  // namespace
 
 int main(int argc, char **argv) {
-    if (argc == 2 && (strcmp(argv[1], "--help") == 0 || strcmp(argv[1], "-h") == 0)) {
-        fputs(kUsage, stdout);
-        return 0;
+    int i = 1;
+    for (; i < argc && argv[i][0] == '-'; ++i) {
+        if (strcmp(argv[i], "--help") == 0 || strcmp(argv[i], "-h") == 0) {
+            fputs(kUsage, stdout);
+            return 0;
+        }
+        const char *root = strncmp(argv[i], "--root=", 7) == 0 ? argv[i] + 7
+                           : strcmp(argv[i], "--root") == 0 && i + 1 < argc ? argv[++i]
+                                                                            : nullptr;
+        if (root == nullptr) break;
+        if (!atcmd::use_sysroot(root)) {
+            fprintf(stderr, "atcmd-setprop: --root %s is not a directory\n", root);
+            return 2;
+        }
     }
-    if (argc != 3 || argv[1][0] == '-') {
+    if (argc - i != 2 || argv[i][0] == '-') {
         fputs(kUsage, stderr);
         return 2;
     }
-    if (property_set(argv[1], argv[2]) != 0) {
-        char dir[PATH_MAX];
+    if (int rc = property_set(argv[i], argv[i + 1])) {
+        char dir[PATH_MAX], why[256];
         const char *where = atcmd::property_dir(dir, sizeof dir);
-        fprintf(stderr, "atcmd-setprop: cannot set %s: %s (store: %s)\n", argv[1],
-                why_refused(argv[1], argv[2]), where != nullptr ? where : "path too long");
+        fprintf(stderr, "atcmd-setprop: cannot set %s: %s (store: %s)\n", argv[i],
+                atcmd::property_set_reason(rc, why, sizeof why),
+                where != nullptr ? where : "none: no home directory or the path is too long");
         return 1;
     }
     return 0;

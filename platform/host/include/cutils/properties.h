@@ -11,6 +11,11 @@
 extern "C" {
 #endif
 
+/* As in Android's header. Since Android 8 a name may be longer than
+ * PROPERTY_KEY_MAX, which only binds the legacy read API; property_set here
+ * takes keys of 1 to NAME_MAX characters, the longest file name. A value is at
+ * most PROPERTY_VALUE_MAX - 1 characters. property_set returns 0 or a negative
+ * reason (platform/property_errors.h), Android's only -1. */
 #define PROPERTY_KEY_MAX 32
 #define PROPERTY_VALUE_MAX 92
 
