@@ -189,13 +189,16 @@ bool Accessory::write_master(const std::string &bytes) {
     return write_all(master_fd_, bytes.data(), bytes.size());
 }
 
+// Recorded before the write, so that the transcript never shows the phone's
+// reaction ahead of its cause.
 bool Accessory::send(const std::string &bytes) {
+    t_.add("mcu>phone", bytes);
     bool ok;
     {
         std::lock_guard<std::mutex> link(link_mu_);
         ok = master_fd_ >= 0 && write_master(bytes);
     }
-    t_.add(ok ? "mcu>phone" : "note", ok ? bytes : "send failed: " + bytes);
+    if (!ok) t_.add("note", "that send failed: " + bytes);
     return ok;
 }
 

@@ -57,6 +57,7 @@ public:
 
     // The phone's lines since the last clear_received(), "\r\n" included.
     std::vector<std::string> received() const;
+    const ReceivedLines &received_lines() const { return received_; }
     void clear_received();
     bool wait_for_line(const std::function<bool(const std::string &)> &pred,
                        std::chrono::milliseconds timeout);

@@ -8,6 +8,8 @@
 
 #include <algorithm>
 
+#include "sim/responder.h"
+
 namespace atsim {
 
 namespace {
@@ -40,7 +42,10 @@ int open_fifo(const std::string &path) {
 }  // namespace
 
 HidDaemon::HidDaemon(std::string sysroot, PropertyStore props, Transcript &t)
-    : sysroot_(std::move(sysroot)), props_(props), t_(t) {
+    : sysroot_(std::move(sysroot)), props_(std::move(props)), t_(t) {
+    // What the command property holds now was written for an earlier daemon.
+    last_cmd_ = get_property(props_, kCmdProp);
+    last_cmd_stamp_ = command_stamp();
     rx_fd_ = open_fifo(sysroot_ + "/dev/fifo_rx");
     tx_fd_ = open_fifo(sysroot_ + "/dev/fifo_tx");
     cmd_fd_ = open_fifo(sysroot_ + "/dev/fifo_cmd");
@@ -116,9 +121,11 @@ int HidDaemon::exit_requests() const {
     return exit_requests_;
 }
 
-void HidDaemon::set_restart_after_exit(bool on) {
+void HidDaemon::answer_as(Identity id, std::set<std::string> silenced) {
     std::lock_guard<std::mutex> lk(mu_);
-    restart_after_exit_ = on;
+    answering_ = true;
+    peer_ = std::move(id);
+    peer_silenced_ = std::move(silenced);
 }
 
 void HidDaemon::pause_reading(bool paused) {
@@ -130,10 +137,12 @@ void HidDaemon::pause_reading(bool paused) {
     t_.add("note", paused ? "fifo_tx reading paused" : "fifo_tx reading resumed");
 }
 
+// Recorded before the write, as the accessory's sends are.
 bool HidDaemon::send_to_module(const std::string &bytes) {
+    t_.add("daemon>phone", bytes);
     bool ok = rx_fd_ >= 0 &&
               write(rx_fd_, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
-    t_.add(ok ? "daemon>phone" : "note", ok ? bytes : "send to module failed: " + bytes);
+    if (!ok) t_.add("note", "that send to the module failed: " + bytes);
     return ok;
 }
 
@@ -201,6 +210,7 @@ void HidDaemon::read_frames() {
         for (const std::string &line : splitter_.feed(buf, static_cast<size_t>(n))) {
             t_.add("phone>daemon", line);
             received_.add(line);
+            answer(line);
         }
     }
 }
@@ -217,6 +227,15 @@ void HidDaemon::read_commands() {
     if (cmd_bytes_.size() >= kExitLen) cmd_bytes_.erase(0, cmd_bytes_.size() - (kExitLen - 1));
 }
 
+void HidDaemon::answer(const std::string &line) {
+    std::string reply;
+    {
+        std::lock_guard<std::mutex> lk(mu_);
+        if (answering_) reply = answer_for(peer_, peer_silenced_, line);
+    }
+    if (!reply.empty()) send_to_module(reply);
+}
+
 void HidDaemon::on_exit_request() {
     bool ack;
     std::string text;
@@ -224,7 +243,6 @@ void HidDaemon::on_exit_request() {
         std::lock_guard<std::mutex> lk(mu_);
         ++exit_requests_;
         running_ = false;
-        stopped_by_exit_ = true;
         ack = ack_exit_;
         text = ack_text_;
     }
@@ -237,23 +255,25 @@ void HidDaemon::on_exit_request() {
     t_.add("note", std::string(kStsProp) + "=" + text);
 }
 
+FileStamp HidDaemon::command_stamp() const {
+    return props_.area.empty() ? FileStamp{} : file_stamp(props_.area + "/" + kCmdProp);
+}
+
+// Every write counts, as for init's property triggers: a start command
+// written again restarts a daemon that exited.
 void HidDaemon::poll_command_property() {
     std::string cmd = get_property(props_, kCmdProp);
-    bool changed = cmd != last_cmd_;
+    FileStamp stamp = command_stamp();
+    if (cmd == last_cmd_ && stamp == last_cmd_stamp_) return;
     last_cmd_ = cmd;
-    bool restart;
-    {
-        std::lock_guard<std::mutex> lk(mu_);
-        restart = !changed && is_start(cmd) && stopped_by_exit_ && restart_after_exit_;
-    }
-    if (changed) t_.add("note", std::string(kCmdProp) + "=" + cmd);
-    if (is_start(cmd) && (changed || restart)) {
+    last_cmd_stamp_ = stamp;
+    t_.add("note", std::string(kCmdProp) + "=" + cmd);
+    if (is_start(cmd)) {
         start(cmd);
-    } else if (changed && is_stop(cmd)) {
+    } else if (is_stop(cmd)) {
         {
             std::lock_guard<std::mutex> lk(mu_);
             running_ = false;
-            stopped_by_exit_ = false;
         }
         t_.add("note", "hid daemon stopped");
     }
@@ -265,11 +285,21 @@ void HidDaemon::start(const std::string &how) {
     {
         std::lock_guard<std::mutex> lk(mu_);
         running_ = true;
-        stopped_by_exit_ = false;
         next_beat_ = Clock::now() + period_;
     }
+    drain_stale_frames();
     t_.add("note", what);
     emit_status("running");
+}
+
+// Bytes for a module that is gone (a session killed before it read them)
+// are not the new session's: a daemon that starts has nothing queued yet.
+void HidDaemon::drain_stale_frames() {
+    char buf[4096];
+    size_t dropped = 0;
+    for (ssize_t n; (n = read(rx_fd_, buf, sizeof buf)) > 0;) dropped += static_cast<size_t>(n);
+    if (dropped > 0)
+        t_.add("note", "fifo_rx: dropped " + std::to_string(dropped) + " bytes nobody read");
 }
 
 void HidDaemon::beat_if_due() {

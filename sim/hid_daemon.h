@@ -11,10 +11,12 @@
 #include <deque>
 #include <functional>
 #include <mutex>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "sim/identity.h"
 #include "sim/lines.h"
 #include "sim/posix_io.h"
 #include "sim/transcript.h"
@@ -26,6 +28,12 @@ namespace atsim {
 struct PropertyStore {
     int (*get)(const char *key, char *value, const char *default_value);
     int (*set)(const char *key, const char *value);
+    // The host store's directory, where every write puts a new file in the
+    // key's place. Init starts a service on every write of its trigger
+    // property, even one that repeats the value, and the module restarts
+    // the daemon by writing the start command it wrote before; the file's
+    // identity shows such a write. Empty: only a change of value is seen.
+    std::string area;
 };
 
 class HidDaemon {
@@ -53,12 +61,13 @@ public:
     void set_ack_exit(bool on);
     void set_ack_text(std::string text);
     int exit_requests() const;
-    // Polling cannot see the module write the start command it already
-    // holds, which is how it restarts the daemon after an "exit". So after
-    // an "exit" a start command still in "vendor.hid_cmd" starts the daemon
-    // again at the next poll (on by default). Off: it stays stopped until
-    // the property changes.
-    void set_restart_after_exit(bool on);
+    // After an "exit" the daemon stays stopped until "vendor.hid_cmd" is
+    // written with a start command again. A start command that was there
+    // before the daemon was made is not a request to it.
+
+    // The WiFi peer answers the module's commands as the accessory does
+    // (Identity, with `silenced` names left unanswered); off by default.
+    void answer_as(Identity id, std::set<std::string> silenced = {});
 
     // A daemon stuck on its socket: while paused it leaves /dev/fifo_tx
     // unread, so the module's writes fill the FIFO and then block. A read
@@ -69,6 +78,7 @@ public:
     bool send_to_module(const std::string &bytes);
     // The module's lines to the WiFi peer since the last clear_received().
     std::vector<std::string> received() const;
+    const ReceivedLines &received_lines() const { return received_; }
     void clear_received();
     bool wait_for_line(const std::function<bool(const std::string &)> &pred,
                        std::chrono::milliseconds timeout);
@@ -83,7 +93,10 @@ private:
     void read_commands();
     void on_exit_request();
     void poll_command_property();
+    FileStamp command_stamp() const;
     void start(const std::string &how);
+    void drain_stale_frames();
+    void answer(const std::string &line);
     void beat_if_due();
 
     const std::string sysroot_;
@@ -98,15 +111,17 @@ private:
     LineSplitter splitter_;
     std::string cmd_bytes_;
     std::string last_cmd_;  // the last "vendor.hid_cmd" value seen
+    FileStamp last_cmd_stamp_;  // and the write that put it there
 
     mutable std::mutex mu_;
     bool stop_ = false;
     bool running_ = false;
-    bool stopped_by_exit_ = false;
     bool paused_ = false;
     bool reading_paused_ = false;
     bool ack_exit_ = true;
-    bool restart_after_exit_ = true;
+    bool answering_ = false;
+    Identity peer_;
+    std::set<std::string> peer_silenced_;
     std::string ack_text_ = "exit";
     int exit_requests_ = 0;
     unsigned long heartbeats_ = 0;

@@ -64,4 +64,30 @@ bool ReceivedLines::wait_for_count(size_t n, std::chrono::milliseconds timeout) 
     return cv_.wait_for(lk, timeout, [&] { return lines_.size() >= n; });
 }
 
+size_t ReceivedLines::size() const {
+    std::lock_guard<std::mutex> lk(mu_);
+    return lines_.size();
+}
+
+std::vector<std::string> ReceivedLines::since(size_t from) const {
+    std::lock_guard<std::mutex> lk(mu_);
+    if (from >= lines_.size()) return {};
+    return {lines_.begin() + static_cast<std::ptrdiff_t>(from), lines_.end()};
+}
+
+bool ReceivedLines::wait_since(size_t from,
+                               const std::function<bool(const std::vector<std::string> &)> &done,
+                               std::chrono::milliseconds timeout) const {
+    std::unique_lock<std::mutex> lk(mu_);
+    size_t checked = SIZE_MAX;
+    return cv_.wait_for(lk, timeout, [&] {
+        if (lines_.size() == checked) return false;  // woken, but nothing new
+        checked = lines_.size();
+        std::vector<std::string> fresh;
+        if (from < lines_.size())
+            fresh.assign(lines_.begin() + static_cast<std::ptrdiff_t>(from), lines_.end());
+        return done(fresh);
+    });
+}
+
 }  // namespace atsim

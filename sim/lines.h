@@ -34,6 +34,15 @@ public:
                        std::chrono::milliseconds timeout) const;
     bool wait_for_count(size_t n, std::chrono::milliseconds timeout) const;
 
+    // How many lines came so far: a mark for the two calls below.
+    size_t size() const;
+    // The lines that came after the first `from`.
+    std::vector<std::string> since(size_t from) const;
+    // Waits until done(lines after the first `from`) holds; false at the
+    // deadline. done runs under the lock, so it must not call back.
+    bool wait_since(size_t from, const std::function<bool(const std::vector<std::string> &)> &done,
+                    std::chrono::milliseconds timeout) const;
+
 private:
     mutable std::mutex mu_;
     mutable std::condition_variable cv_;

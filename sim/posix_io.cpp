@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <pthread.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -55,6 +56,13 @@ bool write_all(int fd, const char *data, size_t n, std::chrono::milliseconds lim
 void close_fd(int *fd) {
     if (*fd >= 0) close(*fd);
     *fd = -1;
+}
+
+FileStamp file_stamp(const std::string &path) {
+    struct stat st;
+    if (path.empty() || stat(path.c_str(), &st) != 0) return {};
+    return {static_cast<uint64_t>(st.st_ino),
+            static_cast<int64_t>(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec};
 }
 
 void name_thread(const char *name) { pthread_setname_np(pthread_self(), name); }

@@ -4,6 +4,8 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
+#include <string>
 
 namespace atsim {
 
@@ -32,6 +34,17 @@ bool write_all(int fd, const char *data, size_t n,
                std::chrono::milliseconds limit = std::chrono::milliseconds(2000));
 
 void close_fd(int *fd);
+
+// Which write of a file replaced by rename() a path names now: a writer that
+// renames a new file over the old one changes it even when the content stays
+// the same. All zero while the path does not exist.
+struct FileStamp {
+    uint64_t inode = 0;
+    int64_t mtime_ns = 0;
+    bool operator==(const FileStamp &o) const { return inode == o.inode && mtime_ns == o.mtime_ns; }
+    bool operator!=(const FileStamp &o) const { return !(*this == o); }
+};
+FileStamp file_stamp(const std::string &path);
 
 // Names the calling thread, so a hung test's thread list says who is who.
 void name_thread(const char *name);

@@ -17,8 +17,10 @@
 #include <filesystem>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 
+#include "platform/property_store.h"
 #include "sim/app/options.h"
 #include "sim/sim.h"
 
@@ -40,8 +42,9 @@ void print(FILE *f, const std::string &text) {
 void error(const std::string &msg) { print(stderr, "atcmd-sim: " + msg + "\n"); }
 
 // The daemon's status texts for the console, another process: one line each
-// on a FIFO. Held open read-write, so a write never waits for a reader and
-// never fails for want of one; a text that finds the pipe full is dropped.
+// on a FIFO, written only while a reader has it open. Texts written with
+// nobody reading would wait in the pipe and reach the next console session
+// as a stale burst; they are dropped instead, and said so once.
 class StatusFifo {
 public:
     ~StatusFifo() { close(); }
@@ -59,25 +62,37 @@ public:
             *why = path + " exists and is not a FIFO";
             return false;
         }
-        fd_ = ::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
-        if (fd_ < 0) *why = "cannot open " + path + ": " + std::strerror(errno);
-        return fd_ >= 0;
+        return true;
     }
 
     void put(const std::string &text, atsim::Transcript &t) {
+        // Without a reader, a non-blocking open for writing fails (ENXIO).
+        if (fd_ < 0) fd_ = ::open(path_.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+        if (fd_ < 0) {
+            if (reader_) t.add("note", "hid_status has no reader: status texts dropped until one opens it");
+            reader_ = false;
+            return;
+        }
+        reader_ = true;
         const std::string line = text + "\n";
         ssize_t w;
         do {
             w = write(fd_, line.data(), line.size());
         } while (w < 0 && errno == EINTR);
         if (w == static_cast<ssize_t>(line.size())) return;
-        if (w < 0 && errno == EAGAIN)
+        if (w < 0 && errno == EPIPE) {
+            // The reader went; closing frees what it left unread.
+            ::close(fd_);
+            fd_ = -1;
+            t.add("note", "hid_status reader gone, dropped: " + text);
+        } else if (w < 0 && errno == EAGAIN) {
             t.add("note", "hid_status full, dropped: " + text);
-        else if (w >= 0)
+        } else if (w >= 0) {
             t.add("note", "hid_status took only part of: " + text);
-        else
+        } else {
             t.add("note", "hid_status write failed (" + std::string(std::strerror(errno)) +
                               "): " + text);
+        }
     }
 
     // A FIFO that was there before belongs to whoever made it.
@@ -91,6 +106,7 @@ public:
 private:
     std::string path_;
     int fd_ = -1;
+    bool reader_ = true;  // until a write finds none
     bool created_ = false;
 };
 
@@ -105,17 +121,21 @@ std::pair<std::string, std::string> split_word(const std::string &s) {
 
 class Sim {
 public:
-    explicit Sim(const Options &o) : o_(o), acc_(o.root, t_, identity(o)) {
+    explicit Sim(const Options &o)
+        : o_(o), id_(identity(o)), silenced_(o.silent.begin(), o.silent.end()),
+          acc_(o.root, t_, id_) {
         if (!o_.quiet) t_.set_listener(print_event);
     }
 
     // Exit status 0 when everything is up, else 1 (the reason printed).
     int start() {
         t_.add("note", "root " + o_.root);
-        for (const std::string &name : o_.silent) acc_.silence(name);
+        for (const std::string &name : silenced_) acc_.silence(name);
         if (o_.daemon && !start_daemon()) return 1;
         if (o_.report_ms > 0) report_ = {o_.report_ms, atsim_app::with_crlf(o_.report_line)};
-        return plug() ? 0 : 1;
+        const bool plugged = plug();
+        peer_follows();
+        return plugged ? 0 : 1;
     }
 
     // Cable out before the daemon goes, as when the accessory is switched off.
@@ -155,22 +175,33 @@ public:
             t_.add("note", "report every " + arg + " ms: " + tail);
             if (acc_.plugged()) acc_.report_every(std::chrono::milliseconds(n), report_.second);
         } else if ((cmd == "silence" || cmd == "answer") && !arg.empty() && tail.empty()) {
-            acc_.silence(atsim_app::command_name(arg), cmd == "silence");
-            t_.add("note", cmd + " " + atsim_app::command_name(arg));
+            const std::string name = atsim_app::command_name(arg);
+            acc_.silence(name, cmd == "silence");
+            if (cmd == "silence")
+                silenced_.insert(name);
+            else
+                silenced_.erase(name);
+            peer_follows();
+            t_.add("note", cmd + " " + name);
         } else if (cmd == "set" && !arg.empty()) {
-            acc_.set_value(atsim_app::command_name(arg), tail);
-            t_.add("note", "set " + atsim_app::command_name(arg) + "=" + tail);
+            const std::string name = atsim_app::command_name(arg);
+            acc_.set_value(name, tail);
+            id_.values[name] = tail;
+            peer_follows();
+            t_.add("note", "set " + name + "=" + tail);
         } else if (cmd == "ask" && ask(rest)) {
         } else if (cmd == "unplug" && rest.empty()) {
             if (acc_.plugged())
                 acc_.unplug();
             else
                 error("not plugged");
+            peer_follows();
         } else if (cmd == "plug" && rest.empty()) {
             if (acc_.plugged())
                 error("already plugged");
             else
                 plug();
+            peer_follows();
         } else if ((cmd == "peer" || cmd == "status" || cmd == "heartbeats") && !daemon_) {
             error(cmd + " needs --daemon");
         } else if (cmd == "peer" && !rest.empty()) {
@@ -207,8 +238,12 @@ private:
         }
         // The module's own property functions: with the host store they are
         // what the module's process sees too.
+        char area[PATH_MAX];
         daemon_ = std::make_unique<atsim::HidDaemon>(
-            o_.root, atsim::PropertyStore{property_get, property_set}, t_);
+            o_.root,
+            atsim::PropertyStore{property_get, property_set,
+                                 atcmd::property_dir(area, sizeof area) ? area : ""},
+            t_);
         if (!daemon_->ok()) {
             error("hid daemon: cannot open its FIFOs in " + o_.root + "/dev");
             return false;
@@ -216,8 +251,20 @@ private:
         if (o_.heartbeat_ms > 0)
             daemon_->set_heartbeat_period(std::chrono::milliseconds(o_.heartbeat_ms));
         daemon_->on_status([this](const std::string &text) { status_.put(text, t_); });
+        peer_follows();
         t_.add("note", "hid daemon status texts on " + path);
         return true;
+    }
+
+    // The accessory's WiFi side answers as its serial side does, except
+    // that it reports its USB cable as it is now.
+    void peer_follows() {
+        if (!daemon_) return;
+        atsim::Identity peer = id_;
+        std::string &usb = peer.values["+USBSTATE"];
+        const size_t comma = usb.find(',');
+        usb = (acc_.plugged() ? "1" : "0") + (comma == std::string::npos ? ",-1" : usb.substr(comma));
+        daemon_->answer_as(peer, silenced_);
     }
 
     bool plug() {
@@ -245,6 +292,8 @@ private:
 
     const Options &o_;
     atsim::Transcript t_;
+    atsim::Identity id_;                // what both sides answer
+    std::set<std::string> silenced_;    // and leave unanswered
     atsim::Accessory acc_;
     std::pair<long, std::string> report_;     // period in ms (0: none) and line
     StatusFifo status_;                       // outlives the daemon that writes to it

@@ -25,7 +25,7 @@ struct Hiddemon : ::testing::Test {
 
 TEST_F(Hiddemon, HeartbeatRunningAndErrorTexts) {
     atsim::Transcript transcript;
-    atsim::HidDaemon daemon(root.root(), {property_get, property_set}, transcript);
+    atsim::HidDaemon daemon(root.root(), {property_get, property_set, ""}, transcript);
     st.wifi_status = 0;  // no start requested: every text is ignored
     atcmdprocess_hiddemon_stchange("running");
     atcmdprocess_hiddemon_stchange("heartbeat:5");

@@ -29,7 +29,7 @@ struct WifiControl : ::testing::Test {
     atsim::Transcript transcript;
     // The daemon, acknowledging an orderly stop with ack ("" for none).
     std::unique_ptr<atsim::HidDaemon> daemon(const std::string &ack) {
-        auto d = std::make_unique<atsim::HidDaemon>(root.root(), atsim::PropertyStore{property_get, property_set}, transcript);
+        auto d = std::make_unique<atsim::HidDaemon>(root.root(), atsim::PropertyStore{property_get, property_set, ""}, transcript);
         if (ack.empty()) d->set_ack_exit(false);
         else d->set_ack_text(ack);
         return d;

@@ -101,7 +101,6 @@ TEST_F(Faults, WifiWithoutTheTransmitFifo) {
         m.set_prop("net.bluetooth.macaddr", "AA:BB:CC:DD:EE:FF");
         ASSERT_NE(nullptr, m.open());
         atsim::HidDaemon daemon(root.root(), m.properties(), transcript);
-        daemon.set_restart_after_exit(false);
         std::this_thread::sleep_for(200ms);  // start-up done
         const int fds = atcmd_test::open_fd_count(), threads = atcmd_test::thread_count();
         ASSERT_EQ(0, unlink(root.path("/dev/fifo_tx").c_str()));

@@ -5,10 +5,11 @@
 #include <algorithm>
 
 #include "fixtures/wait_until.h"
+#include "platform/property_store.h"
 
 namespace scenario {
 
-Module::Module(const std::string &sysroot) {
+Module::Module(const std::string &sysroot) : area_(sysroot + atcmd::kRootPropertyArea) {
     setenv("ATCMD_SYSROOT", sysroot.c_str(), 1);
     handle_ = dlopen(ATCMD_MODULE_PATH, RTLD_NOW);
     if (handle_ == nullptr) {
@@ -49,7 +50,7 @@ void Module::set_platform(int32_t platform) {
 
 atsim::PropertyStore Module::properties() {
     return {sym<int(const char *, char *, const char *)>("property_get"),
-            sym<int(const char *, const char *)>("property_set")};
+            sym<int(const char *, const char *)>("property_set"), area_};
 }
 
 std::string Module::prop(const char *key) {

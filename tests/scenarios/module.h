@@ -59,6 +59,7 @@ public:
     Texts told() { return atcmd_test::CallbackSink::described(); }
 
 private:
+    const std::string area_;  // the sysroot's property store
     void *handle_ = nullptr;
     hw_module_t *hmi_ = nullptr;
     atcmdprocess_device_t *dev_ = nullptr;

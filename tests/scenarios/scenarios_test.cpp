@@ -202,6 +202,8 @@ TEST_F(Scenario, WifiLinkComesUpCarriesFramesSurvivesALostHeartbeatAndGoesDown) 
         EXPECT_EQ(0, m.status().wifi_status);
         EXPECT_EQ(0u, *m.sym<pthread_t>("g_wifiHBeat_thread"));
         EXPECT_EQ(-1, *m.sym<int>("g_fifo_rx_fd"));
+        std::this_thread::sleep_for(300ms);  // the daemon polls its command every 20 ms
+        EXPECT_FALSE(daemon.running()) << "after an exit it waits for a new start command";
     }, 90000);
 }
 
