@@ -15,6 +15,7 @@
 #include <sstream>
 
 #include "console/decode.h"
+#include "platform/property_errors.h"
 
 namespace atcmd_console {
 namespace {
@@ -24,6 +25,8 @@ namespace {
 // from going away while a service thread is inside its callback.
 std::mutex g_instance_mu;
 Console *g_instance = nullptr;
+
+constexpr char kBtAddressKey[] = "net.bluetooth.macaddr";
 
 bool parse_int(const std::string &text, long min, long max, long *value) {
     if (text.empty()) return false;
@@ -108,6 +111,9 @@ bool Console::open(const std::string &dir, const std::string &variant, std::stri
     }
     if (!module_.load(dir, variant, error)) return false;
     table_ = module_.sym<const at_cmd_t>("AT_CMDS");
+    if (warn_without_bt_address_) warn_without_bt_address();
+    auto *level = module_.sym<int32_t>("log_level");
+    if (level != nullptr && module_log_level_ != kModuleDefault) *level = module_log_level_;
     dev_ = module_.open(error);
     if (dev_ == nullptr) return false;
     {
@@ -121,7 +127,23 @@ bool Console::open(const std::string &dir, const std::string &variant, std::stri
     return true;
 }
 
-void Console::add_extension(Extension extension) { extensions_.push_back(std::move(extension)); }
+// The module tells a newly plugged accessory the phone's Bluetooth address
+// and waits up to 2 s for the property on every plug-in and WiFi start;
+// on a PC nothing sets it.
+void Console::warn_without_bt_address() {
+    auto get = module_.sym<int(const char *, char *, const char *)>("property_get");
+    char value[PROPERTY_VALUE_MAX] = "";
+    if (get == nullptr || get(kBtAddressKey, value, "") > 0) return;
+    std::lock_guard<std::mutex> lk(print_mu_);
+    err_ << "warning: " << kBtAddressKey
+         << " is not set: every plug-in and WiFi start waits 2 s for it (setprop " << kBtAddressKey
+         << " AA:BB:CC:DD:EE:FF)\n"
+         << std::flush;
+}
+
+void Console::add_extension(Extension extension, CheckTest is_check) {
+    extensions_.push_back({std::move(extension), std::move(is_check)});
+}
 
 void Console::callback(AT_CMD_CbMsg_t *msg) {
     if (msg == nullptr) return;
@@ -139,10 +161,11 @@ void Console::on_message(const AT_CMD_CbMsg_t &msg) {
 }
 
 void Console::stamp(const std::string &text) {
+    std::lock_guard<std::mutex> lk(print_mu_);
     double t = std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
     char when[32];
     snprintf(when, sizeof when, "%.3f ", t);
-    print(when + text);
+    out_ << when << text << '\n' << std::flush;
 }
 
 void Console::print(const std::string &text) {
@@ -190,33 +213,86 @@ std::vector<std::string> Console::split_words(const std::string &line) {
 }
 
 const std::map<std::string, Console::Command> &Console::commands() {
+    constexpr Kind acts = Kind::kActs, shows = Kind::kShows, checks = Kind::kChecks;
     static const std::map<std::string, Command> table = {
-        {"send", {&Console::cmd_send, "send <AT line>", "hand an AT line to cmd_from_hidl", true}},
+        {"send", {&Console::cmd_send, "send <AT line>", "hand an AT line to cmd_from_hidl", true,
+                  acts}},
         {"query", {&Console::cmd_query, "query <name>",
-                   "sn ver type screen bat sid state usbstate blemac micmode castmode info", true}},
-        {"platform", {&Console::cmd_platform, "platform <1|2>", "1: USB/WiFi, 2: UART/WiFi", true}},
-        {"mode", {&Console::cmd_mode, "mode <-1|0|1>", "cast mode: none, USB, WiFi", true}},
+                   "sn ver type screen bat sid state usbstate blemac micmode castmode info", true,
+                   acts}},
+        {"platform", {&Console::cmd_platform, "platform <1|2>", "1: USB/WiFi, 2: UART/WiFi", true,
+                      acts}},
+        {"mode", {&Console::cmd_mode, "mode <-1|0|1>", "cast mode: none, USB, WiFi", true, acts}},
         {"wifi", {&Console::cmd_wifi, "wifi start <ip> | wifi stop", "wifi_init / wifi_stchange(0)",
-                  true}},
-        {"daemon", {&Console::cmd_daemon, "daemon <status text>", "hiddemon_stchange(text)", true}},
+                  true, acts}},
+        {"daemon", {&Console::cmd_daemon, "daemon <status text>", "hiddemon_stchange(text)", true,
+                    acts}},
         {"follow-daemon", {&Console::cmd_follow_daemon, "follow-daemon <path>",
-                           "forward each line of a FIFO or file to hiddemon_stchange", true}},
-        {"shake", {&Console::cmd_shake, "shake", "amlogic_shake_hands()", true}},
-        {"info", {&Console::cmd_info, "info", "the accessory record g_kavren_devInfo", true}},
-        {"status", {&Console::cmd_status, "status", "the device's system_status", true}},
-        {"prop", {&Console::cmd_prop, "prop <key>", "the module's property_get", true}},
+                           "forward each line of a FIFO or file to hiddemon_stchange", true, acts}},
+        {"shake", {&Console::cmd_shake, "shake", "amlogic_shake_hands()", true, acts}},
+        {"info", {&Console::cmd_info, "info", "the accessory record g_kavren_devInfo", true, shows}},
+        {"status", {&Console::cmd_status, "status", "the device's system_status", true, shows}},
+        {"prop", {&Console::cmd_prop, "prop <key>", "the module's property_get", true, shows}},
         {"setprop", {&Console::cmd_setprop, "setprop <key> <value>", "the module's property_set",
-                     true}},
-        {"wait", {&Console::cmd_wait, "wait <ms>", "sleep", false}},
+                     true, acts}},
+        {"log", {&Console::cmd_log, "log [level]",
+                 "where the module's log goes; set its log_level (-1 none .. 4 all)", true, shows}},
+        {"wait", {&Console::cmd_wait, "wait <ms>", "sleep", false, shows}},
+        {"mark", {&Console::cmd_mark, "mark",
+                  "open a check window here, held over the commands up to the next check",
+                  false, shows}},
         {"expect", {&Console::cmd_expect, "expect <text> [timeout_ms]",
-                    "wait (5000 ms) for a message containing text", false}},
-        {"echo", {&Console::cmd_echo, "echo <text>", "print text", false}},
-        {"help", {&Console::cmd_help, "help", "this list", false}},
-        {"quit", {nullptr, "quit", "leave without closing the device", false}},
+                    "wait (5000 ms) for a message containing text, since the window opened",
+                    false, checks}},
+        {"expect-count", {&Console::cmd_expect_count, "expect-count <n> <text> [timeout_ms]",
+                          "wait for exactly n such messages since the window opened", false,
+                          checks}},
+        {"echo", {&Console::cmd_echo, "echo <text>", "print text", false, shows}},
+        {"help", {&Console::cmd_help, "help", "this list", false, shows}},
+        {"quit", {nullptr, "quit", "leave without closing the device", false, shows}},
         {"close", {&Console::cmd_close, "close",
-                   "the device's close: ends this process with SIGKILL", true}},
+                   "the device's close: ends this process with SIGKILL", true, acts}},
     };
     return table;
+}
+
+bool Console::is_check(const std::vector<std::string> &words) const {
+    if (words.empty()) return false;
+    auto it = commands().find(words[0]);
+    if (it != commands().end()) return it->second.kind == Kind::kChecks;
+    for (const ExtensionEntry &ext : extensions_)
+        if (ext.is_check && ext.is_check(words)) return true;
+    return false;
+}
+
+void Console::mark(const std::string &opened_by) {
+    {
+        std::lock_guard<std::mutex> lk(msgs_mu_);
+        window_ = msgs_.size();
+        window_opened_by_ = opened_by;
+    }
+    for (auto &listener : mark_listeners_) listener();
+}
+
+void Console::on_mark(std::function<void()> listener) {
+    mark_listeners_.push_back(std::move(listener));
+}
+
+std::string Console::window() const {
+    std::lock_guard<std::mutex> lk(msgs_mu_);
+    return window_opened_by_;
+}
+
+// Runs before the command: an acting command opens a new window unless a
+// `mark` holds one that no check has looked through yet.
+void Console::open_window_for(Kind kind, const std::string &line) {
+    if (kind == Kind::kChecks) {
+        pin_used_ = pinned_;
+        return;
+    }
+    if (kind != Kind::kActs || (pinned_ && !pin_used_)) return;
+    pinned_ = false;
+    mark(line);
 }
 
 int Console::run_line(const std::string &line) {
@@ -228,7 +304,10 @@ int Console::run_line(const std::string &line) {
 
     std::string error;
     auto it = commands().find(name);
-    if (it != commands().end()) {
+    const bool builtin = it != commands().end();
+    open_window_for(builtin ? it->second.kind : is_check(args.words) ? Kind::kChecks : Kind::kActs,
+                    args.rest.empty() ? name : name + " " + args.rest);
+    if (builtin) {
         if (name == "quit") return kQuit;
         if (it->second.needs_device && dev_ == nullptr) {
             print_error(name + ": no device is open");
@@ -240,10 +319,10 @@ int Console::run_line(const std::string &line) {
         }
         return name == "close" ? kQuit : kOk;
     }
-    for (Extension &ext : extensions_) {
+    for (ExtensionEntry &ext : extensions_) {
         // Collected, then written whole: service threads print meanwhile.
         std::ostringstream said;
-        bool handled = ext(args.words, said, &error);
+        bool handled = ext.run(args.words, said, &error);
         if (!said.str().empty()) {
             std::lock_guard<std::mutex> lk(print_mu_);
             out_ << said.str() << std::flush;
@@ -275,23 +354,20 @@ int Console::run_script(std::istream &in, bool stop_on_error) {
     return failed ? 1 : 0;
 }
 
-bool Console::expect(const std::string &text, int timeout_ms) {
+bool Console::expect(const Expectation &want, int timeout_ms, std::string *why) {
+    const auto begun = std::chrono::steady_clock::now();
     std::unique_lock<std::mutex> lk(msgs_mu_);
-    size_t next = expect_from_;
-    auto seen = [&] {
-        for (; next < msgs_.size(); ++next)
-            if (msgs_[next].find(text) != std::string::npos) return true;
-        return false;
+    auto since = [&] {
+        return std::vector<std::string>(msgs_.begin() + static_cast<std::ptrdiff_t>(window_),
+                                        msgs_.end());
     };
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
-    if (!msgs_cv_.wait_until(lk, deadline, seen)) return false;
-    expect_from_ = next + 1;
-    return true;
-}
-
-std::vector<std::string> Console::messages() const {
-    std::lock_guard<std::mutex> lk(msgs_mu_);
-    return msgs_;
+    msgs_cv_.wait_until(lk, begun + std::chrono::milliseconds(timeout_ms),
+                        [&] { return enough(want, since()); });
+    const long waited = static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(
+                                              std::chrono::steady_clock::now() - begun)
+                                              .count());
+    *why = verdict(want, since(), window_opened_by_, waited);
+    return why->empty();
 }
 
 // ---- commands ----
@@ -533,7 +609,11 @@ bool Console::cmd_setprop(const Args &a, std::string *error) {
         return false;
     }
     int rc = set(a.words[1].c_str(), a.words[2].c_str());
-    if (rc != 0) *error = "setprop: property_set returned " + std::to_string(rc);
+    char why[160];
+    if (rc != 0)
+        *error = "setprop: " + a.words[1] + " not set: " +
+                 atcmd::property_set_reason(rc, why, sizeof why) + " (property_set returned " +
+                 std::to_string(rc) + ")";
     return rc == 0;
 }
 
@@ -547,16 +627,54 @@ bool Console::cmd_wait(const Args &a, std::string *error) {
     return true;
 }
 
-bool Console::cmd_expect(const Args &a, std::string *error) {
+bool Console::run_expectation(const Expectation &want, const std::string &timeout,
+                              std::string *error) {
     long ms = 5000;
+    if (!timeout.empty() && !parse_int(timeout, 0, 24L * 3600 * 1000, &ms)) return false;
+    if (!expect(want, static_cast<int>(ms), error)) *error = "expect: " + *error;
+    return true;
+}
+
+bool Console::cmd_expect(const Args &a, std::string *error) {
     if (a.words.size() < 2 || a.words.size() > 3 ||
-        (a.words.size() == 3 && !parse_int(a.words[2], 0, 24L * 3600 * 1000, &ms))) {
+        !run_expectation({a.words[1]}, a.words.size() == 3 ? a.words[2] : "", error)) {
         *error = "usage: expect <text> [timeout_ms] (quote a text with blanks)";
         return false;
     }
-    if (expect(a.words[1], static_cast<int>(ms))) return true;
-    *error = "expect: no message with \"" + a.words[1] + "\" within " + std::to_string(ms) + " ms";
-    return false;
+    return error->empty();
+}
+
+bool Console::cmd_expect_count(const Args &a, std::string *error) {
+    long n = 0;
+    if (a.words.size() < 3 || a.words.size() > 4 || !parse_int(a.words[1], 0, 1000000, &n) ||
+        !run_expectation({a.words[2], static_cast<size_t>(n), true},
+                         a.words.size() == 4 ? a.words[3] : "", error)) {
+        *error = "usage: expect-count <n> <text> [timeout_ms]";
+        return false;
+    }
+    return error->empty();
+}
+
+bool Console::cmd_mark(const Args &a, std::string *) {
+    mark(a.words[0]);
+    pinned_ = true;
+    pin_used_ = false;
+    return true;
+}
+
+bool Console::cmd_log(const Args &a, std::string *error) {
+    auto *level = module_.sym<int32_t>("log_level");
+    long v = 0;
+    if (level == nullptr || a.words.size() > 2 ||
+        (a.words.size() == 2 && !parse_int(a.words[1], -1, 4, &v))) {
+        *error = level == nullptr ? "log: the module has no log_level"
+                                  : "usage: log [level], level -1 (nothing) to 4 (everything)";
+        return false;
+    }
+    // The service threads read it as they log: one aligned word.
+    if (a.words.size() == 2) __atomic_store_n(level, static_cast<int32_t>(v), __ATOMIC_RELAXED);
+    print("module log: level " + std::to_string(relaxed(*level)) + ", to " + log_destination_);
+    return true;
 }
 
 bool Console::cmd_echo(const Args &a, std::string *) {

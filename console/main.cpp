@@ -1,12 +1,16 @@
 // atcmd-console: the module's client on a Linux host. Loads the module as
 // Android's loader does, opens the device and runs command lines from a
 // script or a prompt (see `help`).
+#include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
+#include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <string>
@@ -15,6 +19,7 @@
 #include "console/interpreter.h"
 #include "console/loader.h"
 #include "console/prompt.h"
+#include "platform/host/state_dir.h"
 
 namespace {
 
@@ -22,19 +27,28 @@ constexpr int kExitUsage = 2;
 
 const char kUsage[] =
     "usage: atcmd-console [--dir DIR] [--variant NAME] [--root DIR] [--script FILE|-]\n"
+    "                     [--log FILE|-] [--log-level N]\n"
     "  --dir DIR       where atcmdprocess.<variant>.so is (default: this program's\n"
     "                  directory, then its parent)\n"
     "  --variant NAME  the module variant (default: default)\n"
     "  --root DIR      the file-system root the module works under (ATCMD_SYSROOT);\n"
-    "                  without it the module uses the real /dev and /sys\n"
+    "                  without it the module uses the real /dev and /sys, and keeps\n"
+    "                  its files under ~/.local/state/atcmd ($XDG_STATE_HOME/atcmd)\n"
     "  --script FILE   run FILE's command lines and exit with their status;\n"
     "                  - reads them from standard input\n"
+    "  --log FILE      where the module's log lines go (default: atcmd-console.log\n"
+    "                  in the root, or in the state directory without one);\n"
+    "                  - leaves them on standard error, above the prompt\n"
+    "  --log-level N   the module's log_level: -1 nothing, 0 failures .. 4 every\n"
+    "                  line of traffic (default 4); `log N` changes it later\n"
     "Without --script, command lines come from standard input, with a prompt on a\n"
-    "terminal. The module's log goes to standard error (2>FILE keeps it apart).\n"
+    "terminal. The console prints what the module tells its client on standard\n"
+    "output and its own errors on standard error.\n"
     "Exit status: 0 success, 1 a command failed, 2 usage or load error.\n";
 
 struct Options {
-    std::string dir, variant = "default", root, script;
+    std::string dir, variant = "default", root, script, log;
+    long log_level = 4;
     bool help = false;
 };
 
@@ -51,11 +65,14 @@ bool parse(int argc, char **argv, Options *o, std::string *error) {
             value = arg.substr(eq + 1);
             arg.resize(eq);
         }
-        std::string *target = arg == "--dir"       ? &o->dir
-                              : arg == "--variant" ? &o->variant
-                              : arg == "--root"    ? &o->root
-                              : arg == "--script"  ? &o->script
-                                                   : nullptr;
+        std::string level;
+        std::string *target = arg == "--dir"         ? &o->dir
+                              : arg == "--variant"   ? &o->variant
+                              : arg == "--root"      ? &o->root
+                              : arg == "--script"    ? &o->script
+                              : arg == "--log"       ? &o->log
+                              : arg == "--log-level" ? &level
+                                                     : nullptr;
         if (target == nullptr) {
             *error = "unknown option " + arg;
             return false;
@@ -72,7 +89,59 @@ bool parse(int argc, char **argv, Options *o, std::string *error) {
             return false;
         }
         *target = value;
+        char *end = nullptr;
+        if (target == &level &&
+            ((o->log_level = strtol(value.c_str(), &end, 10)) < -1 || o->log_level > 4 || *end)) {
+            *error = "--log-level takes -1 to 4";
+            return false;
+        }
     }
+    return true;
+}
+
+// Where the module's log goes by default: next to the tree it works in, or
+// in the user's own state directory, never anywhere else on a PC.
+bool default_log(const std::string &root, std::string *log, std::string *error) {
+    if (!root.empty()) {
+        *log = root + "/atcmd-console.log";
+        return true;
+    }
+    char state[PATH_MAX];
+    if (atcmd::user_state_dir(state, sizeof state) == nullptr) {
+        *error = "no state directory (set HOME or XDG_STATE_HOME), or use --log";
+        return false;
+    }
+    std::error_code ec;
+    std::filesystem::create_directories(state, ec);
+    std::filesystem::permissions(state, std::filesystem::perms::owner_all, ec);
+    *log = std::string(state) + "/atcmd-console.log";
+    return true;
+}
+
+// The module writes each log line to standard output, to the Android log
+// (standard error on a host) and to its own file. The standard output copy
+// runs on without line ends and would cut into the console's lines, so it
+// goes nowhere; the Android log, one line per statement, goes to `log` (or
+// stays on standard error for "-"). The console keeps copies of the
+// original streams for itself: *out_fd and *err_fd.
+bool route_output(const std::string &log, int *out_fd, int *err_fd, std::string *error) {
+    *out_fd = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
+    *err_fd = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3);
+    int null_fd = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    bool ok = *out_fd >= 0 && *err_fd >= 0 && null_fd >= 0 && dup2(null_fd, STDOUT_FILENO) >= 0;
+    if (null_fd >= 0) close(null_fd);
+    if (!ok) {
+        *error = "cannot set up standard output";
+        return false;
+    }
+    if (log == "-") return true;
+    int log_fd = open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    if (log_fd < 0 || dup2(log_fd, STDERR_FILENO) < 0) {
+        *error = "cannot write the log " + log + ": " + strerror(errno);
+        if (log_fd >= 0) close(log_fd);
+        return false;
+    }
+    close(log_fd);
     return true;
 }
 
@@ -143,26 +212,31 @@ int main(int argc, char **argv) {
         }
     }
 
-    // The module prints each log line to standard output as well as to the
-    // log (standard error on a host), without line ends; that copy would cut
-    // into the console's lines, so the console keeps standard output to
-    // itself and the module's copy goes nowhere.
-    int out_fd = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
-    int null_fd = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    if (out_fd < 0 || null_fd < 0 || dup2(null_fd, STDOUT_FILENO) < 0) {
-        std::cerr << "atcmd-console: cannot set up standard output\n";
+    const char *sysroot = getenv("ATCMD_SYSROOT");
+    if (o.log.empty() && !default_log(sysroot != nullptr ? sysroot : "", &o.log, &error)) {
+        std::cerr << "atcmd-console: " << error << "\n";
         return kExitUsage;
     }
-    close(null_fd);
+    int out_fd = -1, err_fd = -1;
+    if (!route_output(o.log, &out_fd, &err_fd, &error)) {
+        std::cerr << "atcmd-console: " << error << "\n";
+        return kExitUsage;
+    }
+    const std::string log_where = o.log == "-" ? "standard error" : o.log;
+    dprintf(err_fd, "atcmd-console: the module's log (level %ld) goes to %s\n", o.log_level,
+            log_where.c_str());
 
     // The terminal outlives the console: service threads print through it
     // until the console is gone.
-    atcmd_console::Terminal terminal(out_fd);
+    atcmd_console::Terminal terminal(out_fd, err_fd);
     const bool prompt = o.script.empty() && isatty(STDIN_FILENO);
-    if (prompt) terminal.capture_stderr();
+    if (prompt && o.log == "-") terminal.capture_stderr();
     atcmd_console::Console console(terminal.out(), terminal.err());
+    console.set_log_destination(log_where);
+    console.set_module_log_level(static_cast<int>(o.log_level));
+    console.warn_without_bt_address(true);
     if (!console.open(o.dir, o.variant, &error)) {
-        std::cerr << "atcmd-console: " << error << "\n";
+        terminal.err() << "atcmd-console: " << error << "\n" << std::flush;
         return kExitUsage;
     }
     if (prompt) return terminal.session(console);

@@ -48,10 +48,6 @@ void write_all(int fd, const std::string &text) {
 class LineBuf : public std::streambuf {
 public:
     LineBuf(PromptState &state, int fd) : state_(state), fd_(fd) {}
-    void set_fd(int fd) {
-        std::lock_guard<std::mutex> lk(state_.mu);
-        fd_ = fd;
-    }
     ~LineBuf() override { write_all(fd_, partial_); }
 
 protected:
@@ -87,11 +83,11 @@ private:
 }  // namespace
 
 struct Terminal::Impl {
-    explicit Impl(int fd) : out_fd(fd), out_buf(state, fd) {}
+    Impl(int out, int err) : out_fd(out), out_buf(state, out), err_buf(state, err) {}
     int out_fd;
     PromptState state;
     LineBuf out_buf;
-    LineBuf err_buf{state, STDERR_FILENO};
+    LineBuf err_buf;
     std::ostream out{&out_buf};
     std::ostream err{&err_buf};
     int saved_stderr = -1;
@@ -99,14 +95,13 @@ struct Terminal::Impl {
     std::atomic<bool> stop_relay{false};
 };
 
-Terminal::Terminal(int out_fd) : impl_(new Impl(out_fd)) {}
+Terminal::Terminal(int out_fd, int err_fd) : impl_(new Impl(out_fd, err_fd)) {}
 
 Terminal::~Terminal() {
     if (impl_->saved_stderr >= 0) {
         dup2(impl_->saved_stderr, STDERR_FILENO);
         impl_->stop_relay = true;
         impl_->relay.join();
-        impl_->err_buf.set_fd(STDERR_FILENO);
         close(impl_->saved_stderr);
     }
     for (int fd : impl_->state.wake)
@@ -123,7 +118,6 @@ bool Terminal::capture_stderr() {
     }
     close(p[1]);
     impl_->saved_stderr = saved;
-    impl_->err_buf.set_fd(saved);
     // Polls, so that it can stop even while a child process of the module
     // still holds a copy of the pipe.
     impl_->relay = std::thread([this, in = p[0]] {

@@ -14,8 +14,10 @@ class Console;
 
 class Terminal {
 public:
-    // The console's output goes to out_fd, its errors to standard error.
-    explicit Terminal(int out_fd);
+    // The console's output goes to out_fd, its errors to err_fd: copies of
+    // the process's standard output and error made before the module's own
+    // output was sent elsewhere.
+    Terminal(int out_fd, int err_fd);
     ~Terminal();
     Terminal(const Terminal &) = delete;
     Terminal &operator=(const Terminal &) = delete;
@@ -25,8 +27,9 @@ public:
     std::ostream &out();
     std::ostream &err();
 
-    // Sends everything written to standard error (the module's log) through
-    // err(), so that it too appears above the prompt; until destruction.
+    // Sends everything written to standard error (the module's log, when it
+    // stays on the terminal) through err(), so that it too appears above the
+    // prompt; until destruction.
     bool capture_stderr();
 
     // Reads and runs command lines at a prompt until quit or the end of

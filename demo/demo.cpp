@@ -92,15 +92,13 @@ void run_session(const Options &o, const std::string &root, int report) {
     console.add_extension(
         [&sim](const std::vector<std::string> &words, std::ostream &, std::string *err) {
             return sim.run(words, err);
-        });
+        },
+        atcmd_demo::SimCommands::is_check);
 
     std::ifstream in(o.session);
     std::string line;
     while (std::getline(in, line)) {
-        const std::vector<std::string> words = atcmd_console::Console::split_words(line);
-        const bool check = !words.empty() && (words[0] == "expect" ||
-                                              (words.size() > 1 && words[0] == "sim" &&
-                                               words[1].rfind("expect", 0) == 0));
+        const bool check = console.is_check(atcmd_console::Console::split_words(line));
         const int r = console.run_line(line);
         if (check) {
             std::string verdict = (r == atcmd_console::Console::kOk ? "ok " : "FAILED ") + line + "\n";
@@ -138,6 +136,8 @@ int main(int argc, char **argv) {
         return 2;
     }
     setenv("ATCMD_SYSROOT", root.c_str(), 1);
+    // The store belongs inside the root, where the session's checks look.
+    unsetenv("ATCMD_PROPERTY_DIR");
     if (!o.quiet) std::cout << "atcmd-demo: module from " << o.dir << ", root " << root << "\n";
 
     int checks[2];

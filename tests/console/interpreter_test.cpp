@@ -41,4 +41,28 @@ TEST(ConsoleLine, RunsLinesWithoutAModule) {
     }
 }
 
+// A check's window opens before the acting command before it; a mark holds
+// its window over acting commands up to the first check. The failure names
+// the command that opened the window.
+TEST(ConsoleLine, ChecksLookOnlyPastTheirWindow) {
+    std::ostringstream out, err;
+    Console c(out, err);
+    c.add_extension([](const Words &w, std::ostream &, std::string *) { return w[0] == "act"; });
+    const std::pair<const char *, const char *> rows[] = {
+        {"expect x 0", "after `start`"},     {"act 1", nullptr},
+        {"echo shows only", nullptr},        {"expect x 0", "after `act 1`"},
+        {"mark", nullptr},                   {"act 2", nullptr},
+        {"act 3", nullptr},                  {"expect x 0", "after `mark`"},
+        {"expect-count 0 x 0", nullptr},     {"act 4", nullptr},
+        {"expect x 0", "after `act 4`"},
+    };
+    for (const auto &r : rows) {
+        err.str("");
+        EXPECT_EQ(c.run_line(r.first), r.second ? Console::kFailed : Console::kOk) << r.first;
+        if (r.second) {
+            EXPECT_NE(err.str().find(r.second), std::string::npos) << err.str();
+        }
+    }
+}
+
 }  // namespace

@@ -8,8 +8,10 @@ root=$(mktemp -d)
 trap 'rm -rf "$root"' EXIT
 mkdir -p "$root/dev" "$root/sys/class/tty" "$root/sdcard"
 fail() { echo "FAIL: $*"; echo "--- output:"; cat "$root/out"; exit 1; }
-# Under the sanitizers a report may exit 1 too, like a failed command.
-clean() { ! grep -q 'Sanitizer\|runtime error' "$root/err" || fail "$(cat "$root/err")"; }
+# Under the sanitizers a report may exit 1 too, like a failed command; it
+# lands in the module's log, which is standard error now.
+log=$root/atcmd-console.log
+clean() { ! grep -q 'Sanitizer\|runtime error' "$root/err" "$log" || fail "$(cat "$root/err" "$log")"; }
 
 "$console" --dir "$dir" --root "$root" --script - >"$root/out" 2>"$root/err" <<'SCRIPT'
 status
@@ -32,6 +34,11 @@ grep -qx 'x=' "$root/out" && grep -qx 'x=5' "$root/out" || fail "property not re
 grep -q ' client -> AT+SN?#13&2$' "$root/out" || fail "AT line not sent"
 grep -qx 'sn: ""' "$root/out" || fail "no accessory record"
 grep -q 'not reached' "$root/out" && fail "ran past quit"
+# The module's log goes to its file, not into the console's output.
+grep -q "the module's log (level 4) goes to $log" "$root/err" || fail "log file not named: $(cat "$root/err")"
+grep -q 'atcmdprocess_open' "$log" || fail "no module log in $log"
+grep -q 'atcmdprocess_open' "$root/out" "$root/err" && fail "module log on the console's streams"
+grep -q 'warning: net.bluetooth.macaddr is not set' "$root/err" || fail "no warning without a Bluetooth address"
 
 printf 'echo before\nexpect "+SN (13)" 200\necho after\n' |
     "$console" --dir "$dir" --root "$root" --script - >"$root/out" 2>"$root/err"
