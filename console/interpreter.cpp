@@ -228,7 +228,9 @@ const std::map<std::string, Console::Command> &Console::commands() {
         {"daemon", {&Console::cmd_daemon, "daemon <status text>", "hiddemon_stchange(text)", true,
                     acts}},
         {"follow-daemon", {&Console::cmd_follow_daemon, "follow-daemon <path>",
-                           "forward each line of a FIFO or file to hiddemon_stchange", true, acts}},
+                           "forward each line of a FIFO or file to hiddemon_stchange "
+                           "(heartbeats without a word)",
+                           true, acts}},
         {"shake", {&Console::cmd_shake, "shake", "amlogic_shake_hands()", true, acts}},
         {"info", {&Console::cmd_info, "info", "the accessory record g_kavren_devInfo", true, shows}},
         {"status", {&Console::cmd_status, "status", "the device's system_status", true, shows}},
@@ -536,7 +538,9 @@ void Console::follow(atcmdprocess_device_t *dev, int fd, std::string path) {
             pending.erase(0, eol + 1);
             if (!status.empty() && status.back() == '\r') status.pop_back();
             if (status.empty()) continue;
-            stamp("daemon -> hiddemon_stchange(\"" + status + "\")");
+            // A heartbeat a second would bury everything else on the screen.
+            if (status.find("heartbeat") == std::string::npos)
+                stamp("daemon -> hiddemon_stchange(\"" + status + "\")");
             dev->hiddemon_stchange(status.c_str());
         }
     }
