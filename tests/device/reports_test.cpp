@@ -26,7 +26,6 @@ using Texts = std::vector<std::string>;
 struct Reports : ::testing::Test {
     atcmd_test::TestDevice dev;
     system_status_t &st = dev.status();
-    void SetUp() override { memset(&g_kavren_devInfo, 0, sizeof g_kavren_devInfo); }
 };
 
 // Each query carries its row as cmd_id and sequence number, and the tail of

@@ -45,7 +45,6 @@ struct Parsers : ::testing::Test {
     atcmd_test::TestDevice dev;
     system_status_t &st = dev.status();
     void SetUp() override {
-        memset(&g_kavren_devInfo, 0, sizeof g_kavren_devInfo);
         property_set("net.bluetooth.macaddr", "AA:BB:CC:DD:EE:FF");
         property_set("ro.tavrinola.version", "V1.2");
     }

@@ -44,6 +44,7 @@ struct Links : ::testing::Test {
         ASSERT_TRUE(uart.plug_uart() && vuart.plug_usb(0));
         ASSERT_EQ(0, pipe2(fifo, O_NONBLOCK));
     }
+    void TearDown() override { close(fifo[0]), close(fifo[1]); }
     std::string fifo_output() {  // a pipe write is complete when write returns
         char buf[256];
         ssize_t n = read(fifo[0], buf, sizeof buf);
