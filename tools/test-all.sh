@@ -1,72 +1,120 @@
 #!/usr/bin/env bash
-# The project's one test command: installs what is missing (Debian 12, as
-# root), then
+# The project's one test command. On a fresh Debian 12 machine it first adds
+# Debian's arm64 architecture and installs what is missing (as root, or
+# through sudo), then:
 #   1. checks Android.bp's syntax with bpfmt and the 32-bit ARM layouts of
 #      the public structures with the cross compiler,
-#   2. builds with g++, runs the suite and the soak runs (bench/soak),
+#   2. builds with g++, runs the suite (each test case in its own process,
+#      then each test binary whole, as one process) and the soak runs,
 #   3. cross-builds for arm64 and runs the suite under qemu-user
 #      (tools/test-arm64.sh),
 #   4. builds with clang, AddressSanitizer and UndefinedBehaviorSanitizer and
-#      runs the suite again (first report halts it),
-#   5. builds with clang and ThreadSanitizer and runs the suite a third time
+#      runs the suite and shorter soak runs again (first report halts it),
+#   5. builds with clang and ThreadSanitizer and runs them a third time
 #      (tools/test-tsan.sh),
 #   6. runs each fuzz target for FUZZ_SECONDS (60) seconds.
+# Each stage prints one line with its time; the soak runs print their
+# figures and the fuzz runs one summary line per target. A stage's whole
+# output is in build/logs/; when a stage fails, the end of its log is shown.
 # Longer runs (the 60 s soak figures, 30-minute fuzzing) are in
-# tools/bench.sh --long.
-# Warnings are errors in every build.
+# tools/bench.sh --long. Warnings are errors in every build.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 FUZZ_SECONDS=${FUZZ_SECONDS:-60}
 JOBS=${JOBS:-$(nproc)}
+export JOBS
+LOGS=build/logs
+mkdir -p "$LOGS"
+start=$SECONDS
+
+# "1 min 05 s" for a number of seconds.
+took() { printf '%d min %02d s' $(($1 / 60)) $(($1 % 60)); }
+
+# stage NAME COMMAND...: runs COMMAND with its output in the stage's log and
+# prints one line: the stage, its time, and for a CTest run the count. A
+# failed stage shows the end of its log without the lines of passing tests
+# and build progress, and ends the test command.
+n=0
+stage() {
+  local name=$1 log t0=$SECONDS summary
+  shift
+  n=$((n + 1))
+  log=$LOGS/$(printf '%02d' $n)-$(echo "$name" | tr -c 'A-Za-z0-9+\n' '-' | tr -s '-' | sed 's/-$//').log
+  if "$@" >"$log" 2>&1; then
+    summary=$(grep -E '^[0-9]+% tests passed' "$log" | tail -n 1 || true)
+    echo "== $name: ok${summary:+ (${summary})}, $(took $((SECONDS - t0)))"
+    return 0
+  fi
+  echo "== $name: FAILED after $(took $((SECONDS - t0))); the end of $log:"
+  grep -v -E '^\s*[0-9]+/[0-9]+ Test +#[0-9]+: .* Passed|^\[[0-9]+/[0-9]+\] ' "$log" | tail -n 150
+  exit 1
+}
+
+# shown NAME COMMAND...: a stage whose output is its point (figures).
+shown() {
+  local name=$1 t0=$SECONDS
+  shift
+  n=$((n + 1))
+  echo "== $name"
+  if ! "$@"; then
+    echo "== $name: FAILED after $(took $((SECONDS - t0)))"
+    exit 1
+  fi
+  echo "== $name: ok, $(took $((SECONDS - t0)))"
+}
+
+echo "atcmd test command: about 17 minutes on two cores; each stage's output is in $LOGS/"
 
 source tools/deps.sh
-atcmd_install_missing cmake ninja-build g++ clang libclang-rt-14-dev libgtest-dev libgmock-dev \
-  libbenchmark-dev android-liblog-dev libreadline-dev blueprint-tools binutils perl \
-  g++-arm-linux-gnueabihf
+HOST_PACKAGES=(cmake ninja-build g++ clang libclang-rt-14-dev libgtest-dev libgmock-dev
+  libbenchmark-dev android-liblog-dev libreadline-dev blueprint-tools binutils perl
+  g++-arm-linux-gnueabihf g++-aarch64-linux-gnu qemu-user)
+ARM64_PACKAGES=(android-liblog-dev:arm64 libgtest-dev:arm64 libgmock-dev:arm64)
+if ! dpkg --print-foreign-architectures | grep -qx arm64 ||
+   [ -n "$(atcmd_missing "${HOST_PACKAGES[@]}" "${ARM64_PACKAGES[@]}")" ]; then
+  echo "== first run on this machine: Debian's arm64 architecture is added beside the host's" \
+    "(for the arm64 build's liblog and GoogleTest), then apt-get installs what is missing"
+  atcmd_add_arm64
+fi
+atcmd_install_missing "${HOST_PACKAGES[@]}" "${ARM64_PACKAGES[@]}"
 
-echo "== Android.bp syntax"
-bpfmt -o Android.bp >/dev/null
+lint() {
+  bpfmt -o Android.bp &&
+  arm-linux-gnueabihf-g++ -std=c++17 -fsyntax-only -Wall -Wextra -Werror \
+    -Iinclude -Iplatform/host/include -I. hal/abi_layout.cpp
+}
+stage "Android.bp syntax, 32-bit ARM layouts" lint
 
-echo "== 32-bit ABI layout"
-arm-linux-gnueabihf-g++ -std=c++17 -fsyntax-only -Wall -Wextra -Werror \
-  -Iinclude -Iplatform/host/include -I. hal/abi_layout.cpp
+configure() {  # configure BUILD_DIR CMAKE_OPTIONS...
+  local dir=$1
+  shift
+  cmake -S . -B "$dir" -G Ninja "$@" && cmake --build "$dir" -j "$JOBS"
+}
+suite() {  # suite BUILD_DIR: every test but the soak runs
+  ctest --test-dir "$1" -j "$JOBS" -LE soak --output-on-failure --no-tests=error
+}
 
-echo "== g++ build and tests"
-cmake -S . -B build/gcc -G Ninja -DCMAKE_CXX_COMPILER=g++ >/dev/null
-cmake --build build/gcc -j "$JOBS"
-ctest --test-dir build/gcc -j "$JOBS" -LE soak --output-on-failure --no-tests=error
-echo "== soak runs (g++ build; each prints its figures)"
-ctest --test-dir build/gcc -L soak --output-on-failure --no-tests=error
+stage "g++ build" configure build/gcc -DCMAKE_CXX_COMPILER=g++
+stage "g++ suite" suite build/gcc
+shown "g++ soak runs" bash tools/soak.sh build/gcc
 
-echo "== arm64 cross build and tests under qemu-user"
-JOBS="$JOBS" bash tools/test-arm64.sh
+stage "arm64 cross build" bash tools/test-arm64.sh build
+stage "arm64 suite under qemu-aarch64" bash tools/test-arm64.sh suite
 
-echo "== clang + ASan/UBSan build, tests and fuzzing"
-cmake -S . -B build/clang-san -G Ninja -DCMAKE_CXX_COMPILER=clang++ \
-  -DATCMD_SANITIZE=ON -DATCMD_FUZZ=ON >/dev/null
-cmake --build build/clang-san -j "$JOBS"
 export ASAN_OPTIONS=halt_on_error=1:detect_leaks=1:strict_string_checks=1
 export UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1
-ctest --test-dir build/clang-san -j "$JOBS" -LE soak --output-on-failure --no-tests=error
+stage "clang ASan/UBSan build" configure build/clang-san -DCMAKE_CXX_COMPILER=clang++ \
+  -DATCMD_SANITIZE=ON -DATCMD_FUZZ=ON
+stage "ASan/UBSan suite" suite build/clang-san
 # Shorter soak runs under the sanitizers: they look for memory faults, not stamina.
-ATCMD_SOAK_SECONDS=10 ATCMD_SOAK_CYCLES=20 \
-  ctest --test-dir build/clang-san -L soak --output-on-failure --no-tests=error
+shown "ASan/UBSan soak runs" env ATCMD_SOAK_SECONDS=10 ATCMD_SOAK_CYCLES=20 \
+  bash tools/soak.sh build/clang-san
 
-echo "== clang + ThreadSanitizer build and tests"
-JOBS="$JOBS" bash tools/test-tsan.sh
+stage "clang TSan build" bash tools/test-tsan.sh build
+stage "TSan suite" bash tools/test-tsan.sh suite
+shown "TSan soak runs" bash tools/test-tsan.sh soak
 
-shopt -s nullglob
-# Parsers set properties; the fuzz runs keep theirs in a directory of their own.
-export ATCMD_PROPERTY_DIR
-ATCMD_PROPERTY_DIR=$(mktemp -d)
-trap 'rm -rf "$ATCMD_PROPERTY_DIR"' EXIT
-for target in build/clang-san/*_fuzzer; do
-  name=$(basename "$target")
-  corpus=$(mktemp -d)
-  cp fuzz/corpus/"${name%_fuzzer}"/* "$corpus"/ 2>/dev/null || true
-  echo "== fuzzing $name for ${FUZZ_SECONDS}s"
-  "$target" -max_total_time="$FUZZ_SECONDS" -print_final_stats=1 "$corpus" 2>&1 | tail -n 12
-  rm -rf "$corpus"
-done
-echo "== all checks passed"
+shown "fuzzing, ${FUZZ_SECONDS} s a target" bash tools/fuzz.sh build/clang-san "$FUZZ_SECONDS"
+
+echo "== all checks passed in $(took $((SECONDS - start)))"
