@@ -42,7 +42,7 @@ stage() {
   n=$((n + 1))
   log=$LOGS/$(printf '%02d' $n)-$(echo "$name" | tr -c 'A-Za-z0-9+\n' '-' | tr -s '-' | sed 's/-$//').log
   if "$@" >"$log" 2>&1; then
-    summary=$(grep -E '^[0-9]+% tests passed' "$log" | tail -n 1 || true)
+    summary=$(grep -E '^[0-9]+% tests passed' "$log" | paste -s -d ';' - | sed 's/;/; /g' || true)
     echo "== $name: ok${summary:+ (${summary})}, $(took $((SECONDS - t0)))"
     return 0
   fi
@@ -71,12 +71,12 @@ HOST_PACKAGES=(cmake ninja-build g++ clang libclang-rt-14-dev libgtest-dev libgm
   libbenchmark-dev android-liblog-dev libreadline-dev blueprint-tools binutils perl
   g++-arm-linux-gnueabihf g++-aarch64-linux-gnu qemu-user)
 ARM64_PACKAGES=(android-liblog-dev:arm64 libgtest-dev:arm64 libgmock-dev:arm64)
-if ! dpkg --print-foreign-architectures | grep -qx arm64 ||
-   [ -n "$(atcmd_missing "${HOST_PACKAGES[@]}" "${ARM64_PACKAGES[@]}")" ]; then
-  echo "== first run on this machine: Debian's arm64 architecture is added beside the host's" \
-    "(for the arm64 build's liblog and GoogleTest), then apt-get installs what is missing"
-  atcmd_add_arm64
+if ! dpkg --print-foreign-architectures | grep -qx arm64; then
+  echo "== first run on this machine: it adds Debian's arm64 architecture beside the host's" \
+    "(for the arm64 build's liblog and GoogleTest) and installs about 40 packages with apt-get;" \
+    "the exact count follows"
 fi
+atcmd_add_arm64
 atcmd_install_missing "${HOST_PACKAGES[@]}" "${ARM64_PACKAGES[@]}"
 
 lint() {
