@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "platform/property_store.h"
+#include "tools/props/options.h"
 
 namespace {
 
@@ -43,21 +44,9 @@ void list() {
 }  // namespace
 
 int main(int argc, char **argv) {
-    int i = 1;
-    for (; i < argc && argv[i][0] == '-'; ++i) {
-        if (strcmp(argv[i], "--help") == 0 || strcmp(argv[i], "-h") == 0) {
-            fputs(kUsage, stdout);
-            return 0;
-        }
-        const char *root = strncmp(argv[i], "--root=", 7) == 0 ? argv[i] + 7
-                           : strcmp(argv[i], "--root") == 0 && i + 1 < argc ? argv[++i]
-                                                                            : nullptr;
-        if (root == nullptr) break;
-        if (!atcmd::use_sysroot(root)) {
-            fprintf(stderr, "atcmd-getprop: --root %s is not a directory\n", root);
-            return 2;
-        }
-    }
+    int status = 0;
+    const int i = atcmd_props::read_options(argc, argv, "atcmd-getprop", kUsage, &status);
+    if (i < 0) return status;
     int args = argc - i;
     if (args > 2 || (args > 0 && argv[i][0] == '-')) {
         fputs(kUsage, stderr);

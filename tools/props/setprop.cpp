@@ -7,6 +7,7 @@
 
 #include "platform/property_errors.h"
 #include "platform/property_store.h"
+#include "tools/props/options.h"
 
 namespace {
 
@@ -23,21 +24,9 @@ const char kUsage[] =
 }  // namespace
 
 int main(int argc, char **argv) {
-    int i = 1;
-    for (; i < argc && argv[i][0] == '-'; ++i) {
-        if (strcmp(argv[i], "--help") == 0 || strcmp(argv[i], "-h") == 0) {
-            fputs(kUsage, stdout);
-            return 0;
-        }
-        const char *root = strncmp(argv[i], "--root=", 7) == 0 ? argv[i] + 7
-                           : strcmp(argv[i], "--root") == 0 && i + 1 < argc ? argv[++i]
-                                                                            : nullptr;
-        if (root == nullptr) break;
-        if (!atcmd::use_sysroot(root)) {
-            fprintf(stderr, "atcmd-setprop: --root %s is not a directory\n", root);
-            return 2;
-        }
-    }
+    int status = 0;
+    const int i = atcmd_props::read_options(argc, argv, "atcmd-setprop", kUsage, &status);
+    if (i < 0) return status;
     if (argc - i != 2 || argv[i][0] == '-') {
         fputs(kUsage, stderr);
         return 2;
