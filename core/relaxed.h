@@ -41,13 +41,6 @@ inline T acquire_load(const T *p) {
     return __atomic_load_n(p, __ATOMIC_ACQUIRE);
 }
 
-// Closes a link descriptor that a global names while another thread may
-// still send or wait on it: an unplug or a tear-down does not wait for the
-// transmit or receive threads, whose next call on the number then fails.
-// Every such close goes through here, so that the thread sanitizer's
-// suppressions (tools/tsan.supp) can accept exactly these and no other.
-__attribute__((noinline)) inline int close_shared(int fd) { return close(fd); }
-
 }  // namespace atcmd
 
 #endif

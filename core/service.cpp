@@ -12,9 +12,11 @@
 
 #include "atcmdprocess.h"
 #include "core/device_state.h"
+#include "core/link_fd.h"
 #include "core/log.h"
 #include "core/relaxed.h"
 #include "core/threads.h"
+#include "link/wifi_channel.h"
 
 using namespace atcmd;
 
@@ -40,9 +42,12 @@ void log_cast_mode(const system_status_t *st) {
 void usb_plugged(system_status_t *st) {
     if (kavren_plugged() != 1) return;
     ATLOGI_FN(kSignalThread, 4, kTagManage, "hot pluged device is kavren.");
-    close_shared(acquire_load(&g_vuart_fd));
-    relaxed_store(&g_vuart_fd, -1);
-    if (VUART_init(&g_vuart_fd, relaxed_load(&g_dev_ACM)) != 0) return;
+    fd_retire(&g_vuart_fd);
+    // Opened aside and published only when set up: a failed set-up leaves a
+    // closed number in its variable, which must never be g_vuart_fd.
+    int fd = -1;
+    if (VUART_init(&fd, relaxed_load(&g_dev_ACM)) != 0) return;
+    fd_publish(&g_vuart_fd, fd);
     // A receive thread that still runs picks the new descriptor up itself.
     // pthread_create stores the handle before the thread runs, so the
     // thread's own clearing of it on its way out always comes later.
@@ -62,16 +67,21 @@ void usb_unplugged(system_status_t *st) {
     relaxed_store(&st->usbdev_sts.usb_connected, 0);
     relaxed_store(&st->usbdev_sts.usb_devinfo, -1);
     notify_usbevent();
-    close_shared(acquire_load(&g_vuart_fd));
-    relaxed_store(&g_vuart_fd, -1);
+    fd_retire(&g_vuart_fd);
     relaxed_store(&st->mode,
                   relaxed_load(&st->wifi_status) == 1 ? ATCMD_MODE_WIFI : ATCMD_MODE_NONE);
     log_cast_mode(st);
 }
 
 // The HID daemon reported "running": open the channel and watch it. A USB
-// cast in progress keeps mode 0.
+// cast in progress keeps mode 0. A tear-down since the report wins.
 void wifi_up(system_status_t *st) {
+    ChannelLock lock;
+    if (!running_still_current()) {
+        ATLOGI_FN(kSignalThread, 3, kTagManage,
+                  "WiFi was stopped after the daemon reported running: channel stays closed");
+        return;
+    }
     if (relaxed_load(&st->mode) != ATCMD_MODE_USB) relaxed_store(&st->mode, ATCMD_MODE_WIFI);
     Socket_Fifo_Init();
     // The same text for both threads, as the field logs have always shown.
@@ -137,7 +147,10 @@ int atcmder_hal_open(void) {
 
     Init_TimeoutPara();
     const int32_t platform = current_platform();
-    if (platform == ATCMD_PLATFORM_UART) UART_init(&g_uart_fd);
+    if (platform == ATCMD_PLATFORM_UART) {
+        int fd = -1;
+        if (UART_init(&fd) == 0) fd_publish(&g_uart_fd, fd);
+    }
 
     // Blocked here, in the client's thread, so every thread started below
     // inherits the mask and only the signal thread's sigwait takes them.
@@ -165,10 +178,10 @@ int atcmder_hal_open(void) {
 }
 
 int atcmder_hal_close(void) {
-    for (int *fd : {&g_vuart_fd, &g_uart_fd, &g_fifo_tx_fd, &g_fifo_rx_fd}) {
-        close_shared(acquire_load(fd));
-        relaxed_store(fd, -1);
-    }
+    // The threads that use these are not stopped before the kill: each
+    // number is pointed at an empty pipe rather than freed, so that none of
+    // them can reach a file the hosting process opens meanwhile.
+    for (int *fd : {&g_vuart_fd, &g_uart_fd, &g_fifo_tx_fd, &g_fifo_rx_fd}) fd_retire_parked(fd);
     // The condition locks, not the queue locks: that is how shut-down has
     // always drained the queues.
     atcmder_queue_exit(&Rx_head, &rxbuffer_Mutex);

@@ -17,6 +17,7 @@
 #include "hal/device_ops.h"
 #include "link/hid_protocol.h"
 #include "link/hiddemon.h"
+#include "link/wifi_channel.h"
 
 using namespace atcmd;
 
@@ -91,19 +92,27 @@ int atcmdprocess_wifi_init(const char *ipaddr) {
     return 0;
 }
 
-// Also called with 0 by the parsers when the accessory goes away.
+// Also called with 0 by the parsers when the accessory goes away. Under the
+// channel lock, so that the signal thread's handling of a "running" comes
+// wholly before this or not at all; the heartbeat thread, which may be
+// waiting for that lock, is ended after it.
 int atcmdprocess_wifi_stchange(int32_t state) {
     if (state != 0) return 0;
-    ATLOGI(3, kTagHal, "Get wifi disconnect from FW or Kavren poweroff");
-    if (system_status_t *st = device_status()) {
-        relaxed_store(&st->wifi_status, 0);
-        if (relaxed_load(&st->mode) == ATCMD_MODE_WIFI) relaxed_store(&st->mode, ATCMD_MODE_NONE);
+    {
+        ChannelLock lock;
+        ATLOGI(3, kTagHal, "Get wifi disconnect from FW or Kavren poweroff");
+        if (system_status_t *st = device_status()) {
+            relaxed_store(&st->wifi_status, 0);
+            if (relaxed_load(&st->mode) == ATCMD_MODE_WIFI)
+                relaxed_store(&st->mode, ATCMD_MODE_NONE);
+        }
+        end_wifi_session();
+        stop_hiddemon();
+        notify_wifi_state(0);
+        property_set(kPropTimeSync, "disable");
+        ATLOGI(3, kTagHal, "Set vendor.kavren.timesync disable!");
+        stop_wifi_channel();
     }
-    stop_hiddemon();
-    notify_wifi_state(0);
-    property_set(kPropTimeSync, "disable");
-    ATLOGI(3, kTagHal, "Set vendor.kavren.timesync disable!");
-    stop_wifi_channel();
     stop_heartbeat_thread();
     return 0;
 }
@@ -112,6 +121,9 @@ int atcmdprocess_wifi_stchange(int32_t state) {
 // substring-tested in this order, so "heartbeat" wins and a text with both
 // "running" and "error" counts as running.
 int atcmdprocess_hiddemon_stchange(const char *status) {
+    // Read before the test: a tear-down that comes after the test ends this
+    // session, and the signal thread then leaves the "running" alone.
+    const uint32_t session = wifi_session();
     if (status == nullptr || current_wifi_status() != 1) return 0;
     if (strstr(status, "heartbeat") != nullptr) {
         const char *colon = strchr(status, ':');
@@ -121,6 +133,7 @@ int atcmdprocess_hiddemon_stchange(const char *status) {
     }
     ATLOGI(3, kTagHal, "hiddemon status is %s, wifi_status is %d", status, current_wifi_status());
     if (strstr(status, "running") != nullptr) {
+        running_reported(session);
         signal_thread(relaxed_load(&g_Sigprocess_thread), SIGURG);
         notify_wifi_state(1);
         return 0;

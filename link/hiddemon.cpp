@@ -17,6 +17,7 @@
 #include "core/relaxed.h"
 #include "core/threads.h"
 #include "link/hid_protocol.h"
+#include "link/wifi_channel.h"
 #include "platform/sysroot.h"
 
 using namespace atcmd;
@@ -72,13 +73,18 @@ int stop_hiddemon(void) {
 // which ends it with SIGALRM. One whole period without a new number restarts
 // the daemon.
 void *atcmder_wifiHBeat_thread(void *) {
+    // First, before anything that takes a lock: a thread started with a
+    // plain pthread_create may be sent SIGALRM at once.
+    install_thread_exit_handler();
     prctl(PR_SET_NAME, "wifiHBeat_thread");
     ATLOGI(3, kTagManage, "atcmder_wifiHBeat_thread is running!");
-    install_thread_exit_handler();
     for (;;) {
         uint64_t last = relaxed_load(&g_wifiHBeat_num);
         sleep_until_exit_signal(g_delays.heartbeat_period);
         if (relaxed_load(&g_wifiHBeat_num) != last) continue;
+        // Looked at again under the lock: a tear-down that came meanwhile
+        // has stopped the daemon, which must not be started again.
+        ChannelLock lock;
         if (current_wifi_status() != 1) continue;
         ATLOGI(2, kTagManage, "!! HID demon lost heart beat, will restart! wifiHBeat_num is %lu .",
                static_cast<unsigned long>(relaxed_load(&g_wifiHBeat_num)));

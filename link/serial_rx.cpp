@@ -13,6 +13,7 @@
 
 #include "core/delays.h"
 #include "core/device_state.h"
+#include "core/link_fd.h"
 #include "core/log.h"
 #include "core/relaxed.h"
 #include "core/threads.h"
@@ -33,15 +34,16 @@ void hand_to_parser(const char *text, uint8_t source) {
     cmd_Parse_from_buffer(&scratch, text);
 }
 
-// Runs on the UART receive thread, which owns g_uart_fd's re-opening. A set-up
-// that fails after the open leaves the closed number in the variable;
-// storing -1 keeps the thread from closing or reading it again.
+// Runs on the UART receive thread, which owns g_uart_fd's re-opening. The
+// port is opened aside and published only when set up: a set-up that fails
+// after the open leaves the closed number in its variable.
 void reopen_uart() {
-    const int old = acquire_load(&g_uart_fd);
-    if (old >= 0) close_shared(old);
-    relaxed_store(&g_uart_fd, -1);
-    if (UART_init(&g_uart_fd) == 0) return;
-    relaxed_store(&g_uart_fd, -1);
+    fd_retire(&g_uart_fd);
+    int fd = -1;
+    if (UART_init(&fd) == 0) {
+        fd_publish(&g_uart_fd, fd);
+        return;
+    }
     notifyUartNotWork();
 }
 
@@ -54,34 +56,6 @@ int32_t usb_connected() {
     }
     return relaxed_load(&st->usbdev_sts.usb_connected);
 }
-
-// A duplicate of a shared descriptor, taken while the shared variable still
-// names it, and kept until it fails or the variable names another one.
-class OwnDescriptor {
-public:
-    ~OwnDescriptor() { reset(); }
-    // True when the thread holds a duplicate of fd, the value *shared held.
-    bool follow(int fd, const int *shared) {
-        if (own_ >= 0 && from_ == fd) return true;
-        reset();
-        own_ = fcntl(fd, F_DUPFD_CLOEXEC, 0);
-        from_ = fd;
-        // Closed and reused between the read of *shared and the duplicate:
-        // not ours; the caller's next pass looks again.
-        if (own_ >= 0 && acquire_load(shared) != fd) reset();
-        return own_ >= 0;
-    }
-    int get() const { return own_; }
-    void reset() {
-        if (own_ >= 0) close(own_);
-        own_ = -1;
-        from_ = -1;
-    }
-
-private:
-    int own_ = -1;
-    int from_ = -1;
-};
 
 // The two endings of the virtual UART thread differ on purpose in their
 // order and in whether SIGUSR2 depends on the plugged flag.
@@ -150,8 +124,9 @@ void *atcmder_uartRx_thread(void *) {
     ATLOGI(3, kTagManage, "atcmder_uartRx_thread is running!");
     RxBatch batch;
     bool failing = false;  // nothing received since the last re-initialisation
+    OwnFd own(&g_uart_fd);  // the thread reads through a duplicate of its own
     for (;;) {
-        int fd = acquire_load(&g_uart_fd);
+        const int fd = own.get();
         if (fd >= 0) {
             if (receive_once(kUartRx, fd, &batch)) {
                 failing = false;
@@ -161,6 +136,7 @@ void *atcmder_uartRx_thread(void *) {
         }
         if (failing) usleep(g_delays.uart_retry_pause);
         failing = true;
+        own.reset();
         reopen_uart();
     }
     return nullptr;
@@ -174,14 +150,13 @@ void *atcmder_VuartRx_thread(void *) {
     prctl(PR_SET_NAME, "VuartRx_thread");
     ATLOGI(3, kTagManage, "atcmder_VuartRx_thread is running!");
     pthread_detach(pthread_self());
-    // The thread reads through a descriptor of its own. The signal thread
+    // The thread reads through a duplicate of its own: the signal thread
     // closes g_vuart_fd when the node goes, and the number is free for the
-    // next open at once (the WiFi FIFOs, say) while this thread may still be
-    // about to read it: reading the number itself would then block on, or
-    // steal from, somebody else's file.
-    OwnDescriptor own;
-    for (int fd = acquire_load(&g_vuart_fd); fd != -1; fd = acquire_load(&g_vuart_fd)) {
-        if (own.follow(fd, &g_vuart_fd) && receive_once(kVuartRx, own.get(), &batch)) continue;
+    // next open in the process at once.
+    OwnFd own(&g_vuart_fd);
+    while (relaxed_load(&g_vuart_fd) != -1) {
+        const int fd = own.get();
+        if (fd >= 0 && receive_once(kVuartRx, fd, &batch)) continue;
         own.reset();  // the next pass takes whatever g_vuart_fd holds then
         ATLOGI(3, kTagManage, "Vuart cannot receive data!");
         usleep(g_delays.vuart_recheck_pause);

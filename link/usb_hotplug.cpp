@@ -131,24 +131,23 @@ int inotify_input_event(void) {
     return fd;
 }
 
+// The inotify descriptor and its epoll instance are published only once
+// both exist and are never closed after that: the watcher thread waits on
+// them for the life of the process. A second open publishes new ones, and
+// the first watcher moves to them; the old ones stay open, unused.
 int dev_hotplug_init(void) {
     scan_acm_devices();
 
-    // A second open replaces both descriptors while the first watcher thread
-    // runs, and that thread moves to the new ones: they are published.
     const int epfd = epoll_create1(EPOLL_CLOEXEC);
-    publish(&epfd_hid_devs, epfd);
     if (epfd < 0) {
         int err = errno;
         ATLOGE(0, kTagHotplug, "Create epoll instance, errno:%d, errstr:%s\n", err, strerror(err));
         return -6;
     }
     const int inotify = inotify_input_event();
-    publish(&fd_inotify_input, inotify);
     if (inotify < 0) {
         ATLOGE(0, kTagHotplug, "inotify_input_event\n");
         close(epfd);
-        relaxed_store(&epfd_hid_devs, -1);
         return -22;
     }
     // A grab means nothing to an inotify descriptor and fails with ENOTTY;
@@ -163,6 +162,8 @@ int dev_hotplug_init(void) {
         int err = errno;
         ATLOGE(0, kTagHotplug, "Set epoll_ctl, errno:%d, errstr:%s\n", err, strerror(err));
     }
+    publish(&fd_inotify_input, inotify);
+    publish(&epfd_hid_devs, epfd);
 
     if (pthread_create(&g_find_acmdev_thread, nullptr, handler_acm_devs_epoll, nullptr) != 0) {
         ATLOGE(0, kTagHotplug, "pthread_create error\n");

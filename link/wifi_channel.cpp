@@ -2,7 +2,11 @@
 // named FIFOs; this module reads /dev/fifo_rx and writes /dev/fifo_tx. These
 // functions open, close and restart that link. They run on the client's
 // thread (device operations), the dispatch thread (parsers), the heartbeat
-// thread and the signal thread; the channel globals are shared unlocked.
+// thread and the signal thread, one at a time under the channel lock. The
+// receive thread works on the channel's numbers themselves, so they are
+// retired only once it has been ended and joined.
+#include "link/wifi_channel.h"
+
 #include <errno.h>
 #include <fcntl.h>
 #include <string.h>
@@ -12,6 +16,7 @@
 #include <cutils/properties.h>
 
 #include "core/device_state.h"
+#include "core/link_fd.h"
 #include "core/log.h"
 #include "core/relaxed.h"
 #include "core/threads.h"
@@ -26,56 +31,91 @@ int epfd_socket = 0;
 
 namespace {
 
+pthread_mutex_t g_channel_lock = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+uint32_t g_wifi_session = 0;
+uint32_t g_running_session = UINT32_MAX;  // no "running" taken yet
+
 // A descriptor 0 is not taken for an open channel; the channel has always
 // been tested this way.
-bool channel_open() { return relaxed_load(&g_fifo_rx_fd) >= 1; }
+constexpr int kFirstOpen = 1;
+bool channel_open() { return relaxed_load(&g_fifo_rx_fd) >= kFirstOpen; }
 
-// Two threads may close the channel at once (the heartbeat thread's restart
-// beside the client's tear-down): each descriptor is taken by one of them,
-// so none is closed twice, which could hit a descriptor reused meanwhile.
-void close_taken(int *fd) {
-    int taken = take(fd, -1);
-    if (taken >= 0) close_shared(taken);
+// Both FIFOs and the epoll instance; none of them is closed twice, and
+// none while the receive thread can still use it.
+void retire_channel(bool receive_fifo_too) {
+    if (receive_fifo_too) fd_retire(&g_fifo_rx_fd);
+    fd_retire(&g_fifo_tx_fd);
+    fd_retire(&epfd_socket, 0, kFirstOpen);
 }
 
-void close_epoll() {
-    int fd = take(&epfd_socket, 0);
-    if (fd >= 1) close_shared(fd);
+void log_not_unwatched(int epfd) {
+    ATLOGE_FN("stop_wifi_channel", 0, kTagManage,
+                  "stop_wifi_channel Set epoll_ctl, epfd_socket is %d, g_fifo_rx_fd is %d, "
+                  "errno:%d, errstr:%s\n",
+              epfd, relaxed_load(&g_fifo_rx_fd), errno, strerror(errno));
+}
+
+void stop_watching_fifo_rx(int epfd, void *) {
+    if (epoll_ctl(epfd, EPOLL_CTL_DEL, relaxed_load(&g_fifo_rx_fd), nullptr) < 0)
+        log_not_unwatched(epfd);
 }
 
 }  // namespace
 
+namespace atcmd {
+
+ChannelLock::ChannelLock() { pthread_mutex_lock(&g_channel_lock); }
+ChannelLock::~ChannelLock() { pthread_mutex_unlock(&g_channel_lock); }
+
+uint32_t wifi_session() { return __atomic_load_n(&g_wifi_session, __ATOMIC_SEQ_CST); }
+void end_wifi_session() { __atomic_add_fetch(&g_wifi_session, 1, __ATOMIC_SEQ_CST); }
+void running_reported(uint32_t session) {
+    __atomic_store_n(&g_running_session, session, __ATOMIC_SEQ_CST);
+}
+// A SIGURG that no status report sent (none taken yet) is acted on.
+bool running_still_current() {
+    const uint32_t reported = __atomic_load_n(&g_running_session, __ATOMIC_SEQ_CST);
+    return reported == UINT32_MAX || reported == wifi_session();
+}
+
+}  // namespace atcmd
+
 int Socket_Fifo_Init(void) {
-    // With the receive FIFO open both are closed; without it the transmit
-    // FIFO may be left from an attempt whose receive FIFO failed, which
-    // nothing else would ever close.
-    if (channel_open()) close_taken(&g_fifo_rx_fd);
-    close_taken(&g_fifo_tx_fd);
-    close_epoll();
+    ChannelLock lock;
+    // With the receive FIFO open both are closed, once the receive thread
+    // that reads it has ended (the signal thread starts a new one). Without
+    // it the transmit FIFO may be left from an attempt whose receive FIFO
+    // failed, which nothing else would ever close.
+    const bool was_open = channel_open();
+    if (was_open) end_alarm_thread(&g_wifiRx_thread);
+    retire_channel(was_open);
 
     // O_RDWR: neither open waits for the daemon to open the other end.
     const int rx = open(SysPath(kFifoRx).c_str(), O_RDWR | O_CLOEXEC);
-    publish(&g_fifo_rx_fd, rx);
+    if (rx >= 0) fd_publish(&g_fifo_rx_fd, rx);
     const int tx = open(SysPath(kFifoTx).c_str(), O_RDWR | O_CLOEXEC);
-    publish(&g_fifo_tx_fd, tx);
+    if (tx >= 0) fd_publish(&g_fifo_tx_fd, tx);
     if (rx < 0 || tx < 0) {
         ATLOGE(0, kTagManage, "cannot open device: %s\n", kFifoRx);
         return 10;
     }
 
     const int epfd = epoll_create1(0);
-    publish(&epfd_socket, epfd);
     if (epfd < 0) {
         ATLOGE(0, kTagManage, "Create epoll instance, errno:%d, errstr:%s\n", errno,
                strerror(errno));
-        relaxed_store(&epfd_socket, 0);
         return 11;
     }
     struct epoll_event ev = {};
     ev.events = EPOLLIN | EPOLLET;
     ev.data.fd = rx;
-    if (epoll_ctl(epfd, EPOLL_CTL_ADD, rx, &ev) < 0) {
-        ATLOGE(0, kTagManage, "Set epoll_ctl, errno:%d, errstr:%s\n", errno, strerror(errno));
+    const bool watched = epoll_ctl(epfd, EPOLL_CTL_ADD, rx, &ev) == 0;
+    const int err = errno;
+    // Published even when the registration failed: the receive thread then
+    // finds nothing to wait for, as it always has.
+    fd_publish(&epfd_socket, epfd);
+    if (!watched) {
+        ATLOGE(0, kTagManage, "Set epoll_ctl, errno:%d, errstr:%s\n", err, strerror(err));
         return 11;
     }
     ATLOGI(3, kTagManage, "FIFO_RX and FIFO_TX open successfully!");
@@ -83,18 +123,14 @@ int Socket_Fifo_Init(void) {
 }
 
 void stop_wifi_channel(void) {
+    ChannelLock lock;
     if (!channel_open()) return;
-    if (epoll_ctl(acquire_load(&epfd_socket), EPOLL_CTL_DEL, acquire_load(&g_fifo_rx_fd),
-                  nullptr) < 0) {
-        ATLOGE(0, kTagManage,
-               "stop_wifi_channel Set epoll_ctl, epfd_socket is %d, g_fifo_rx_fd is %d, errno:%d, "
-               "errstr:%s\n",
-               relaxed_load(&epfd_socket), relaxed_load(&g_fifo_rx_fd), errno, strerror(errno));
+    if (!with_fd(&epfd_socket, kFirstOpen, stop_watching_fifo_rx, nullptr)) {
+        errno = EBADF;  // no epoll instance: what the call on it would have said
+        log_not_unwatched(relaxed_load(&epfd_socket));
     }
     end_alarm_thread(&g_wifiRx_thread);
-    close_taken(&g_fifo_rx_fd);
-    close_taken(&g_fifo_tx_fd);
-    close_epoll();
+    retire_channel(true);
     ATLOGI(3, kTagManage, "wifi channel has been closed and wifiRx_thread has been killed!");
 }
 

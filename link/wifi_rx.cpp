@@ -56,11 +56,13 @@ static_assert(atcmd::has_conversions(kWifiRx.too_long, "s") &&
 }  // namespace
 
 void *atcmder_wifiRx_thread(void *) {
+    // First, before anything that takes a lock: a thread started with a
+    // plain pthread_create may be sent SIGALRM at once, and the handler must
+    // not end it inside its first log line, holding the log's lock.
+    atcmd::install_thread_exit_handler();
     atcmd::RxBatch batch;
     prctl(PR_SET_NAME, "wifiRx_thread");
     ATLOGI(3, atcmd::kTagManage, "atcmder_wifiRx_thread is running!");
-
-    atcmd::install_thread_exit_handler();
 
     for (int fd; (fd = atcmd::acquire_load(&g_fifo_rx_fd)) >= 0;) {
         if (!atcmd::receive_once(kWifiRx, fd, &batch))

@@ -13,6 +13,7 @@
 #include "core/log.h"
 #include "core/queue.h"
 #include "core/relaxed.h"
+#include "link/link_writer.h"
 
 namespace atcmd {
 namespace {
@@ -47,39 +48,64 @@ void watch_for_reply(const AtCmder_t &cmd) {
     ATLOGI_FN(kTxThread, 4, kTagManage, "Timeout buf enqueued cmd %s", cmd.data);
 }
 
+// The transmit thread's links with their stall state; another thread that
+// calls atcmder_Tx_process gets its own.
+struct TxLinks {
+    LinkWriter vuart{&g_vuart_fd, "Vuart"};
+    LinkWriter uart{&g_uart_fd, "uart"};
+    LinkWriter fifo{&g_fifo_tx_fd, "wifi fifo"};
+};
+thread_local TxLinks t_links;
+
+// True once end can take the text; false with the record dropped.
+bool ready(LinkWriter &link, const WriteEnd &end, const char *text) {
+    const LinkWait wait = link.wait_writable(end.fd());
+    if (wait == LinkWait::kReady) return true;
+    link.drop(kTxProcess, wait, text);
+    return false;
+}
+
 int send_vuart(const char *text, size_t len) {
-    const int fd = acquire_load(&g_vuart_fd);
-    if (fd < 0) {
+    WriteEnd end(t_links.vuart);
+    if (end.fd() < 0) {
         ATLOGE_FN(kTxProcess, 0, kTagManage, "Vuart is not open");
         return ATCMD_TX_VUART_CLOSED;
     }
-    VUART_Send(fd, text, static_cast<int>(len));
+    if (!ready(t_links.vuart, end, text)) return ATCMD_TX_DROPPED;
+    VUART_Send(end.fd(), text, static_cast<int>(len));
     ATLOGI_FN(kTxProcess, 4, kTagManage, "Vuart successfully send cmd len is %zu, data is %s", len,
               text);
     return 0;
 }
 
 int send_uart(const char *text, size_t len) {
-    const int fd = acquire_load(&g_uart_fd);
-    if (fd < 0) {
+    WriteEnd end(t_links.uart);
+    if (end.fd() < 0) {
         ATLOGE_FN(kTxProcess, 0, kTagManage, "uart is not open");
         return ATCMD_TX_UART_CLOSED;
     }
-    UART_Send(fd, text, static_cast<int>(len));
+    if (!ready(t_links.uart, end, text)) return ATCMD_TX_DROPPED;
+    UART_Send(end.fd(), text, static_cast<int>(len));
     ATLOGI_FN(kTxProcess, 4, kTagManage, "uart successfully send cmd data len %zu, data is %s", len,
               text);
     return 0;
 }
 
-// Casting over WiFi on platform 1. The success line is logged before the
-// write's result is known; that is how this path has always reported.
-int send_fifo_cast(const char *text, size_t len) {
-    const int fd = acquire_load(&g_fifo_tx_fd);
-    if (fd < 0) {
+// The WiFi FIFO ready for the text, or a result other than 0.
+int fifo_ready(const WriteEnd &end, const char *text) {
+    if (end.fd() < 0) {
         ATLOGE_FN(kTxProcess, 0, kTagManage, "wifi fifo is not opened!");
         return ATCMD_TX_FIFO_CLOSED;
     }
-    ssize_t n = write(fd, text, len);
+    return ready(t_links.fifo, end, text) ? 0 : ATCMD_TX_DROPPED;
+}
+
+// Casting over WiFi on platform 1. The success line is logged before the
+// write's result is known; that is how this path has always reported.
+int send_fifo_cast(const char *text, size_t len) {
+    WriteEnd end(t_links.fifo);
+    if (int r = fifo_ready(end, text)) return r;
+    ssize_t n = write(end.fd(), text, len);
     ATLOGI_FN(kTxProcess, 4, kTagManage, "wifi fifotx successfully send data %s", text);
     if (n < 0) {
         ATLOGE_FN(kTxProcess, 0, kTagManage, "atcmder_Tx_process fifotx fail to send data %s",
@@ -91,12 +117,9 @@ int send_fifo_cast(const char *text, size_t len) {
 
 // Relaying to the WiFi peer on platform 2.
 int send_fifo_relay(const char *text, size_t len) {
-    const int fd = acquire_load(&g_fifo_tx_fd);
-    if (fd < 0) {
-        ATLOGE_FN(kTxProcess, 0, kTagManage, "wifi fifo is not opened!");
-        return ATCMD_TX_FIFO_CLOSED;
-    }
-    if (write(fd, text, len) < 0) {
+    WriteEnd end(t_links.fifo);
+    if (int r = fifo_ready(end, text)) return r;
+    if (write(end.fd(), text, len) < 0) {
         ATLOGE_FN(kTxProcess, 0, kTagManage, "wifi fifotx fails to write data %s", text);
         return ATCMD_TX_FIFO_WRITE_FAILED;
     }

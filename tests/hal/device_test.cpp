@@ -12,6 +12,8 @@ TEST(HalClose, ClosesLinksAndDrainsQueuesWhenNoServiceThreadRuns) {
     ASSERT_EQ(0, pipe(pipes));
     g_uart_fd = pipes[0];
     g_vuart_fd = pipes[1];
+    const int probe = fcntl(pipes[0], F_DUPFD_CLOEXEC, 0);  // sees the writer go
+    ASSERT_EQ(0, fcntl(probe, F_SETFL, O_NONBLOCK));
     char text[] = "+OK\r\n";
     AtCmder_t rec = {};
     rec.data = text;
@@ -24,8 +26,14 @@ TEST(HalClose, ClosesLinksAndDrainsQueuesWhenNoServiceThreadRuns) {
     EXPECT_EQ(-1, g_vuart_fd);
     EXPECT_EQ(-1, g_fifo_tx_fd);
     EXPECT_EQ(-1, g_fifo_rx_fd);
-    EXPECT_EQ(-1, fcntl(pipes[0], F_GETFD));
-    EXPECT_EQ(-1, fcntl(pipes[1], F_GETFD));
+    // The pipe's write end is closed: its reader sees end-of-file. The
+    // numbers stay taken, by an empty pipe, so that a thread still holding
+    // one cannot reach a file opened after the close.
+    char c;
+    EXPECT_EQ(0, read(probe, &c, 1));
+    EXPECT_EQ(0, read(pipes[1], &c, 1));
+    EXPECT_EQ(-1, write(pipes[1], "x", 1));
+    close(probe);
     for (atcmder_queue_t *q : {&Rx_head, &Tx_head, &Timeout_head}) EXPECT_EQ(nullptr, q->tqh_first);
 }
 

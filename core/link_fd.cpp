@@ -1,0 +1,110 @@
+// One lock for every shared link descriptor: it is held only to read a
+// number and duplicate it, or to take a number out of its global, never
+// across a blocking call, so one lock for all links costs nothing.
+#include "core/link_fd.h"
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <stdio.h>
+#include <unistd.h>
+
+#include "core/lock_guard.h"
+#include "core/relaxed.h"
+
+namespace atcmd {
+namespace {
+
+pthread_mutex_t g_fd_lock = PTHREAD_MUTEX_INITIALIZER;
+uint32_t g_fd_generation = 0;
+
+int take_locked(int *shared, int closed, int first_open) {
+    MutexGuard lock(&g_fd_lock);
+    const int fd = relaxed_load(shared);
+    if (fd < first_open) return -1;
+    relaxed_store(shared, closed);
+    __atomic_add_fetch(&g_fd_generation, 1, __ATOMIC_RELEASE);
+    return fd;
+}
+
+// A file that takes nothing and gives end-of-file: the read end of a pipe
+// whose write end is closed. No path is needed, so it exists on any host.
+int harmless_file() {
+    int p[2];
+    if (pipe2(p, O_CLOEXEC) != 0) return -1;
+    close(p[1]);
+    return p[0];
+}
+
+}  // namespace
+
+void fd_publish(int *shared, int fd) {
+    MutexGuard lock(&g_fd_lock);
+    publish(shared, fd);
+    __atomic_add_fetch(&g_fd_generation, 1, __ATOMIC_RELEASE);
+}
+
+int fd_retire(int *shared, int closed, int first_open) {
+    const int fd = take_locked(shared, closed, first_open);
+    return fd < 0 ? 0 : close(fd);
+}
+
+int fd_retire_parked(int *shared, int closed, int first_open) {
+    const int fd = take_locked(shared, closed, first_open);
+    if (fd < 0) return 0;
+    const int parked = harmless_file();
+    // dup2 closes the file the number named and reuses the number at once.
+    if (parked < 0) return close(fd);
+    const int r = dup2(parked, fd) < 0 ? close(fd) : 0;
+    close(parked);
+    return r;
+}
+
+int fd_dup(const int *shared, int first_open) {
+    MutexGuard lock(&g_fd_lock);
+    const int fd = relaxed_load(shared);
+    return fd < first_open ? -1 : fcntl(fd, F_DUPFD_CLOEXEC, 0);
+}
+
+int fd_reopen_write(const int *shared) {
+    MutexGuard lock(&g_fd_lock);
+    const int fd = relaxed_load(shared);
+    if (fd < 0) return -1;
+    // A descriptor not open for writing keeps refusing writes.
+    const int flags = fcntl(fd, F_GETFL);
+    if (flags < 0 || (flags & O_ACCMODE) == O_RDONLY) return fcntl(fd, F_DUPFD_CLOEXEC, 0);
+    // The process's own view of its descriptors, not a file of the machine:
+    // this path is not placed under ATCMD_SYSROOT.
+    char path[32];
+    snprintf(path, sizeof path, "/proc/self/fd/%d", fd);
+    const int own = open(path, O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    return own >= 0 ? own : fcntl(fd, F_DUPFD_CLOEXEC, 0);
+}
+
+uint32_t fd_generation() { return __atomic_load_n(&g_fd_generation, __ATOMIC_ACQUIRE); }
+
+bool with_fd(const int *shared, int first_open, void (*f)(int fd, void *arg), void *arg) {
+    MutexGuard lock(&g_fd_lock);
+    const int fd = relaxed_load(shared);
+    if (fd < first_open) return false;
+    f(fd, arg);
+    return true;
+}
+
+int OwnFd::get() {
+    const uint32_t now = fd_generation();
+    // A number stored straight into the global, as a test or a client may
+    // do, is noticed too.
+    if (own_ >= 0 && now == generation_ && relaxed_load(shared_) == from_) return own_;
+    reset();
+    generation_ = now;
+    from_ = relaxed_load(shared_);
+    own_ = fd_dup(shared_, first_open_);
+    return own_;
+}
+
+void OwnFd::reset() {
+    if (own_ >= 0) close(own_);
+    own_ = -1;
+}
+
+}  // namespace atcmd
