@@ -2,6 +2,7 @@
 // the service signals into link changes. Everything else runs on threads
 // started here; this file depends on all of them and nothing depends on it.
 #include <signal.h>
+#include <stdio.h>
 #include <string.h>
 #include <sys/prctl.h>
 #include <unistd.h>
@@ -16,6 +17,7 @@
 #include "core/log.h"
 #include "core/relaxed.h"
 #include "core/threads.h"
+#include "link/usb_hotplug.h"
 #include "link/wifi_channel.h"
 
 using namespace atcmd;
@@ -38,24 +40,34 @@ void log_cast_mode(const system_status_t *st) {
     ATLOGI_FN(kSignalThread, 3, kTagManage, "Current cast mode is %d", relaxed_load(&st->mode));
 }
 
-// The accessory's ACM node appeared (its number is in g_dev_ACM).
-void usb_plugged(system_status_t *st) {
-    if (kavren_plugged() != 1) return;
+// The node the virtual UART was opened on. Only this thread opens and
+// closes that link, so only this thread uses it.
+int64_t link_node = -1;
+
+// A receive thread that still runs picks a new descriptor up itself.
+// pthread_create stores the handle before the thread runs, so the thread's
+// own clearing of it on its way out always comes later.
+bool start_vuart_reader() {
+    if (relaxed_load(&g_VuartRx_thread) != 0 ||
+        pthread_create(&g_VuartRx_thread, nullptr, atcmder_VuartRx_thread, nullptr) == 0)
+        return true;
+    ATLOGE_FN(kSignalThread, 0, kTagManage, "atcmder_VuartRx_thread pthread_create failed");
+    return false;
+}
+
+// The accessory's ACM node appeared: node is the name and number the
+// watcher stored together.
+void usb_plugged(system_status_t *st, const AcmNode &node) {
+    if (kavren_node_plugged(node.name) != 1) return;
     ATLOGI_FN(kSignalThread, 4, kTagManage, "hot pluged device is kavren.");
     fd_retire(&g_vuart_fd);
     // Opened aside and published only when set up: a failed set-up leaves a
     // closed number in its variable, which must never be g_vuart_fd.
     int fd = -1;
-    if (VUART_init(&fd, relaxed_load(&g_dev_ACM)) != 0) return;
+    if (VUART_init(&fd, node.number) != 0) return;
     fd_publish(&g_vuart_fd, fd);
-    // A receive thread that still runs picks the new descriptor up itself.
-    // pthread_create stores the handle before the thread runs, so the
-    // thread's own clearing of it on its way out always comes later.
-    if (relaxed_load(&g_VuartRx_thread) == 0 &&
-        pthread_create(&g_VuartRx_thread, nullptr, atcmder_VuartRx_thread, nullptr) != 0) {
-        ATLOGE_FN(kSignalThread, 0, kTagManage, "atcmder_VuartRx_thread pthread_create failed");
-        return;
-    }
+    link_node = node.number;
+    if (!start_vuart_reader()) return;
     relaxed_store(&st->mode, ATCMD_MODE_USB);
     relaxed_store(&st->usbdev_sts.usb_connected, 1);
     get_kavren_info();
@@ -71,6 +83,47 @@ void usb_unplugged(system_status_t *st) {
     relaxed_store(&st->mode,
                   relaxed_load(&st->wifi_status) == 1 ? ATCMD_MODE_WIFI : ATCMD_MODE_NONE);
     log_cast_mode(st);
+}
+
+// SIGUSR2 comes from the watcher for any ttyACM node that went and from a
+// virtual UART thread on its way out. By the time it is taken the accessory
+// may be back under a new tty, opened already on the SIGUSR1 that is taken
+// first: a link still alive on its node outlives the unplug.
+void usb_unplug_signalled(system_status_t *st) {
+    if (vuart_link_state(link_node) != VuartLink::kAlive) {
+        usb_unplugged(st);
+        return;
+    }
+    ATLOGI_FN(kSignalThread, 3, kTagManage,
+              "ttyACM%ld is still plugged and open: stale unplug ignored",
+              static_cast<long>(link_node));
+}
+
+// Signals of one kind coalesce and SIGUSR1 is taken before SIGUSR2, so the
+// events taken need not be the events that happened. After each, the link
+// is made to agree with the nodes: a dead link is torn down, an accessory
+// node with no link open is opened, an open link without a reader gets one.
+// A change after this look raises a signal of its own, so one look suffices.
+// tried: the node the plug steps have just run on, if any.
+void usb_settle(system_status_t *st, const AcmNode *tried) {
+    VuartLink link = vuart_link_state(link_node);
+    if (link == VuartLink::kDead) {
+        ATLOGI_FN(kSignalThread, 3, kTagManage, "ttyACM%ld went away under the open link",
+                  static_cast<long>(link_node));
+        usb_unplugged(st);
+        link = VuartLink::kClosed;
+    }
+    if (link == VuartLink::kClosed) {
+        AcmNode node;
+        if (!find_accessory_node(&node)) return;
+        if (tried != nullptr && tried->number == node.number) return;  // it just failed
+        ATLOGI_FN(kSignalThread, 3, kTagManage, "%s present with no link open", node.name);
+        usb_plugged(st, node);
+    } else if (relaxed_load(&g_VuartRx_thread) == 0) {
+        ATLOGI_FN(kSignalThread, 3, kTagManage, "the link on ttyACM%ld has no reader",
+                  static_cast<long>(link_node));
+        start_vuart_reader();
+    }
 }
 
 // The HID daemon reported "running": open the channel and watch it. A USB
@@ -127,8 +180,16 @@ void *atcmder_sigProcess_thread(void *) {
         system_status_t *st = device_status();
         if (st == nullptr) continue;
         switch (sig) {
-        case SIGUSR1: usb_plugged(st); break;
-        case SIGUSR2: usb_unplugged(st); break;
+        case SIGUSR1: {
+            const AcmNode node = acm_node_snapshot();
+            usb_plugged(st, node);
+            usb_settle(st, &node);
+            break;
+        }
+        case SIGUSR2:
+            usb_unplug_signalled(st);
+            usb_settle(st, nullptr);
+            break;
         case SIGURG: wifi_up(st); break;
         case SIGVTALRM: shake_hands(); break;
         default: break;

@@ -57,19 +57,31 @@ int32_t usb_connected() {
     return relaxed_load(&st->usbdev_sts.usb_connected);
 }
 
+void no_op(int, void *) {}
+
+// Asked by a leaving thread once its handle reads 0. The signal thread
+// publishes a new link before it looks at the handle, and both go through
+// the descriptors' lock: either this sees the new link, or the signal
+// thread sees the handle clear and starts a reader itself.
+bool link_left_without_reader() { return with_fd(&g_vuart_fd, 0, no_op, nullptr); }
+
 // The two endings of the virtual UART thread differ on purpose in their
-// order and in whether SIGUSR2 depends on the plugged flag.
+// order and in whether SIGUSR2 depends on the plugged flag. Either one
+// also signals when a link was opened while the thread was leaving, so
+// that the signal thread gives it a reader.
 void *vuart_disappeared() {
     ATLOGI_FN(kVuartRx.thread, 3, kTagManage,
               "ACM device disappear, atcmder_VuartRx_thread will die!");
     signal_thread(relaxed_load(&g_Sigprocess_thread), SIGUSR2);
     relaxed_store(&g_VuartRx_thread, pthread_t{0});
+    if (link_left_without_reader()) signal_thread(relaxed_load(&g_Sigprocess_thread), SIGUSR2);
     return nullptr;
 }
 
 void *vuart_not_found() {
     relaxed_store(&g_VuartRx_thread, pthread_t{0});
-    if (usb_connected() == 1) signal_thread(relaxed_load(&g_Sigprocess_thread), SIGUSR2);
+    if (usb_connected() == 1 || link_left_without_reader())
+        signal_thread(relaxed_load(&g_Sigprocess_thread), SIGUSR2);
     ATLOGI_FN(kVuartRx.thread, 3, kTagManage,
               "ACM device can not find, atcmder_VuartRx_thread will die!");
     return nullptr;

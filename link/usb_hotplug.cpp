@@ -3,12 +3,14 @@
 // g_dev_ACM_name / g_dev_ACM and signals the signal thread: SIGUSR1 for a new
 // node, SIGUSR2 for a removed one. That thread checks the node's identity
 // (kavren_plugged), opens the virtual UART and starts or ends its receive
-// thread. There is no lock: the signal carries the event, the globals its
-// subject, and a second quick event may overwrite the name first.
+// thread. The signal carries the event and the globals its subject; a
+// second quick event may overwrite the subject first, so the signal thread
+// checks what it is told against the node that exists (vuart_link_state).
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <linux/input.h>
+#include <poll.h>
 #include <pthread.h>
 #include <signal.h>
 #include <stdio.h>
@@ -18,13 +20,17 @@
 #include <sys/inotify.h>
 #include <sys/ioctl.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "atcmdprocess.h"
 #include "core/device_state.h"
+#include "core/link_fd.h"
+#include "core/lock_guard.h"
 #include "core/log.h"
 #include "core/relaxed.h"
 #include "core/threads.h"
+#include "link/usb_hotplug.h"
 #include "platform/sysroot.h"
 
 int64_t g_dev_ACM = -1;
@@ -53,6 +59,31 @@ constexpr char kEventFn[] = "dev_event_process";
 constexpr char kVendorId[] = "6f2a";
 constexpr char kProductId[] = "4c07";
 
+// g_dev_ACM_name and g_dev_ACM are written and read together under this
+// lock, so that the signal thread never pairs one node's name with
+// another's number. Held only to copy them.
+pthread_mutex_t g_node_lock = PTHREAD_MUTEX_INITIALIZER;
+
+int64_t parse_dev_name_locked(const char *name) {
+    const char *at = name != nullptr ? strstr(name, kAcmPrefix) : nullptr;
+    if (at == nullptr) return -1;
+    snprintf(g_dev_ACM_name, sizeof g_dev_ACM_name, "%s", name);
+    return strtol(at + strlen(kAcmPrefix), nullptr, 10);
+}
+
+// Records name as the node last seen; a node that appeared brings its
+// number along. Returns the number, or -1 for a name without "ttyACM".
+int64_t note_node(const char *name, bool appeared) {
+    atcmd::MutexGuard lock(&g_node_lock);
+    const int64_t n = parse_dev_name_locked(name);
+    if (n != -1 && appeared) relaxed_store(&g_dev_ACM, n);
+    return n;
+}
+
+void acm_path(int64_t number, char (&path)[32]) {
+    snprintf(path, sizeof path, "/dev/ttyACM%lld", static_cast<long long>(number));
+}
+
 void tell_signal_thread(int sig) {
     atcmd::signal_thread(relaxed_load(&g_Sigprocess_thread), sig);
 }
@@ -62,11 +93,10 @@ void node_created(const char *name, bool is_dir) {
         ATLOGI_FN(kEventFn, 4, kTagHotplug, "New directory %s created.", name);
         return;
     }
-    int64_t n = parse_dev_name(name);
+    int64_t n = note_node(name, true);
     if (n == -1) return;
     ATLOGI_FN(kEventFn, 4, kTagHotplug, "New file %s created, dev_ACM is %ld.", name,
               static_cast<long>(n));
-    relaxed_store(&g_dev_ACM, n);
     tell_signal_thread(SIGUSR1);
 }
 
@@ -77,7 +107,7 @@ void node_deleted(const char *name, bool is_dir) {
         return;
     }
     ATLOGI_FN(kEventFn, 4, kTagHotplug, "File %s deleted.", name);
-    if (parse_dev_name(name) == -1) return;
+    if (note_node(name, false) == -1) return;
     tell_signal_thread(SIGUSR2);
     ATLOGI_FN(kEventFn, 4, kTagHotplug,
               "event->name %s unplugged, vuart thread has been killed, g_vuart_fd is %d", name,
@@ -87,10 +117,8 @@ void node_deleted(const char *name, bool is_dir) {
 }  // namespace
 
 int64_t parse_dev_name(const char *name) {
-    const char *at = name != nullptr ? strstr(name, kAcmPrefix) : nullptr;
-    if (at == nullptr) return -1;
-    snprintf(g_dev_ACM_name, sizeof g_dev_ACM_name, "%s", name);
-    return strtol(at + strlen(kAcmPrefix), nullptr, 10);
+    atcmd::MutexGuard lock(&g_node_lock);
+    return parse_dev_name_locked(name);
 }
 
 // Every ACM node present is announced, so with several the last one read
@@ -104,10 +132,9 @@ int scan_acm_devices(void) {
     }
     int found = 0;
     while (const dirent *entry = readdir(dir)) {
-        int64_t n = parse_dev_name(entry->d_name);
+        int64_t n = note_node(entry->d_name, true);
         if (n == -1) continue;
         ATLOGI(4, kTagHotplug, "ttyACM %ld is found", static_cast<long>(n));
-        relaxed_store(&g_dev_ACM, n);
         tell_signal_thread(SIGUSR1);
         found = 1;
     }
@@ -209,28 +236,9 @@ int dev_event_process(void) {
     return 0;
 }
 
-// Runs on the signal thread for every SIGUSR1: a node whose name merely
-// contains "ttyACM" is the accessory only if its uevent names our USB ids.
-int kavren_plugged(void) {
-    char path[128];
-    snprintf(path, sizeof path, "/sys/class/tty/%s/device/uevent", g_dev_ACM_name);
-    ATLOGI(4, kTagManage, "ttyACM node name:%s", path);
-    int fd = open(atcmd::SysPath(path).c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
-        ATLOGE(0, kTagManage, "open node fail.");
-        return 0;
-    }
-    char text[1024];
-    ssize_t n = read(fd, text, sizeof text - 1);
-    text[n > 0 ? n : 0] = '\0';
-    ATLOGI(4, kTagManage, "buf_read %s", text);
-    close(fd);
-
-    char match[32];
-    snprintf(match, sizeof match, "PRODUCT=%s/%s", kVendorId, kProductId);
-    ATLOGI(4, kTagManage, "buf_match %s", match);
-    return strstr(text, match) != nullptr ? 1 : 0;
-}
+// The node last seen; the signal thread asks kavren_node_plugged about the
+// name of the snapshot it works on.
+int kavren_plugged(void) { return atcmd::kavren_node_plugged(atcmd::acm_node_snapshot().name); }
 
 // The client receives the plugged flag first, then the accessory's device
 // value: the reverse of the order they are stored in.
@@ -246,3 +254,89 @@ void notify_usbevent(void) {
     AT_CMD_CbMsg_t msg = {ATCMD_ID_USBSTATE, 0, evt};
     atcmd::notify_client(&msg);
 }
+
+namespace atcmd {
+
+AcmNode acm_node_snapshot() {
+    AcmNode node;
+    MutexGuard lock(&g_node_lock);
+    memcpy(node.name, g_dev_ACM_name, sizeof node.name);
+    node.name[sizeof node.name - 1] = '\0';
+    node.number = relaxed_load(&g_dev_ACM);
+    return node;
+}
+
+namespace {
+
+// The uevent text of the node called name; false when it cannot be read.
+bool read_uevent(const char *name, char (&path)[128], char (&text)[1024]) {
+    snprintf(path, sizeof path, "/sys/class/tty/%s/device/uevent", name);
+    int fd = open(SysPath(path).c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return false;
+    ssize_t n = read(fd, text, sizeof text - 1);
+    text[n > 0 ? n : 0] = '\0';
+    close(fd);
+    return true;
+}
+
+void accessory_match(char (&match)[32]) {
+    snprintf(match, sizeof match, "PRODUCT=%s/%s", kVendorId, kProductId);
+}
+
+}  // namespace
+
+// A node whose name merely contains "ttyACM" is the accessory only if its
+// uevent names our USB ids. Logs as kavren_plugged, the check's name in the
+// field logs.
+int kavren_node_plugged(const char *name) {
+    constexpr char kFn[] = "kavren_plugged";
+    char path[128], text[1024], match[32];
+    const bool readable = read_uevent(name, path, text);
+    ATLOGI_FN(kFn, 4, kTagManage, "ttyACM node name:%s", path);
+    if (!readable) {
+        ATLOGE_FN(kFn, 0, kTagManage, "open node fail.");
+        return 0;
+    }
+    ATLOGI_FN(kFn, 4, kTagManage, "buf_read %s", text);
+    accessory_match(match);
+    ATLOGI_FN(kFn, 4, kTagManage, "buf_match %s", match);
+    return strstr(text, match) != nullptr ? 1 : 0;
+}
+
+bool find_accessory_node(AcmNode *out) {
+    DIR *dir = opendir(SysPath("/dev").c_str());
+    if (dir == nullptr) return false;
+    char path[128], text[1024], match[32];
+    accessory_match(match);
+    bool found = false;
+    while (const dirent *entry = readdir(dir)) {
+        if (strncmp(entry->d_name, kAcmPrefix, strlen(kAcmPrefix)) != 0) continue;
+        if (!read_uevent(entry->d_name, path, text) || strstr(text, match) == nullptr) continue;
+        snprintf(out->name, sizeof out->name, "%.63s", entry->d_name);
+        out->number = strtol(entry->d_name + strlen(kAcmPrefix), nullptr, 10);
+        found = true;
+        break;
+    }
+    closedir(dir);
+    return found;
+}
+
+// A USB tty that goes away hangs up under its open descriptors, and one
+// plugged back under the same name is a new device number: either tells a
+// dead link from a live one, whichever the kernel (or a pseudo-terminal in
+// its place) shows first.
+VuartLink vuart_link_state(int64_t number) {
+    const int fd = fd_dup(&g_vuart_fd);
+    if (fd < 0) return VuartLink::kClosed;
+    char path[32];
+    acm_path(number, path);
+    struct stat node, open_tty;
+    const bool same = stat(SysPath(path).c_str(), &node) == 0 && fstat(fd, &open_tty) == 0 &&
+                      S_ISCHR(node.st_mode) && node.st_rdev == open_tty.st_rdev;
+    pollfd p = {fd, POLLIN, 0};
+    const bool hung_up = poll(&p, 1, 0) > 0 && (p.revents & (POLLHUP | POLLERR | POLLNVAL)) != 0;
+    close(fd);
+    return same && !hung_up ? VuartLink::kAlive : VuartLink::kDead;
+}
+
+}  // namespace atcmd

@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <unistd.h>
@@ -8,6 +9,8 @@
 #include "atcmdprocess.h"
 #include "fixtures/sysroot.h"
 #include "fixtures/census.h"
+#include "link/usb_hotplug.h"
+#include "sim/accessory.h"
 
 namespace {
 
@@ -54,6 +57,27 @@ TEST(KavrenPlugged, OnlyTheAccessoryProductLineMatches) {
         EXPECT_EQ(r.plugged, kavren_plugged()) << node;
     }
     EXPECT_EQ(fds, atcmd_test::open_fd_count());
+}
+
+// Alive only while /dev/ttyACM0 still names the open tty and that tty is
+// up: another tty under the name, or none, is a dead link.
+TEST(VuartLinkState, TheOpenTtyAgainstTheNode) {
+    using atcmd::VuartLink;
+    TempSysroot root;
+    atsim::Transcript transcript;
+    atsim::Accessory first(root.root(), transcript), second(root.root(), transcript);
+    EXPECT_EQ(VuartLink::kClosed, atcmd::vuart_link_state(0));
+    ASSERT_TRUE(first.plug_usb(0));
+    g_vuart_fd = open(first.node_path().c_str(), O_RDWR | O_NOCTTY);
+    EXPECT_EQ(VuartLink::kAlive, atcmd::vuart_link_state(0));
+    ASSERT_TRUE(second.plug_usb(0));  // takes the name over; the first tty stays up
+    EXPECT_EQ(VuartLink::kDead, atcmd::vuart_link_state(0));
+    close(g_vuart_fd);
+    g_vuart_fd = open(second.node_path().c_str(), O_RDWR | O_NOCTTY);
+    EXPECT_EQ(VuartLink::kAlive, atcmd::vuart_link_state(0));
+    second.unplug();
+    EXPECT_EQ(VuartLink::kDead, atcmd::vuart_link_state(0));
+    close(g_vuart_fd);
 }
 
 }  // namespace
