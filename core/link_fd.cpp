@@ -15,14 +15,34 @@ namespace atcmd {
 namespace {
 
 pthread_mutex_t g_fd_lock = PTHREAD_MUTEX_INITIALIZER;
-uint32_t g_fd_generation = 0;
+
+// Each link's count of publishes and retires, kept by the address of its
+// global; a handful of links, so a short table searched under the lock.
+struct Generation {
+    const int *shared;
+    uint32_t count;
+};
+Generation g_generations[8];
+size_t g_generation_count;
+
+Generation *generation_locked(const int *shared) {
+    for (size_t i = 0; i < g_generation_count; ++i)
+        if (g_generations[i].shared == shared) return &g_generations[i];
+    if (g_generation_count == sizeof g_generations / sizeof g_generations[0]) return nullptr;
+    g_generations[g_generation_count] = {shared, 0};
+    return &g_generations[g_generation_count++];
+}
+
+void advance_locked(const int *shared) {
+    if (Generation *g = generation_locked(shared)) ++g->count;
+}
 
 int take_locked(int *shared, int closed, int first_open) {
     MutexGuard lock(&g_fd_lock);
     const int fd = relaxed_load(shared);
     if (fd < first_open) return -1;
     relaxed_store(shared, closed);
-    __atomic_add_fetch(&g_fd_generation, 1, __ATOMIC_RELEASE);
+    advance_locked(shared);
     return fd;
 }
 
@@ -40,7 +60,7 @@ int harmless_file() {
 void fd_publish(int *shared, int fd) {
     MutexGuard lock(&g_fd_lock);
     publish(shared, fd);
-    __atomic_add_fetch(&g_fd_generation, 1, __ATOMIC_RELEASE);
+    advance_locked(shared);
 }
 
 int fd_retire(int *shared, int closed, int first_open) {
@@ -80,7 +100,11 @@ int fd_reopen_write(const int *shared) {
     return own >= 0 ? own : fcntl(fd, F_DUPFD_CLOEXEC, 0);
 }
 
-uint32_t fd_generation() { return __atomic_load_n(&g_fd_generation, __ATOMIC_ACQUIRE); }
+uint32_t fd_generation(const int *shared) {
+    MutexGuard lock(&g_fd_lock);
+    const Generation *g = generation_locked(shared);
+    return g != nullptr ? g->count : 0;
+}
 
 bool with_fd(const int *shared, int first_open, void (*f)(int fd, void *arg), void *arg) {
     MutexGuard lock(&g_fd_lock);
@@ -91,7 +115,7 @@ bool with_fd(const int *shared, int first_open, void (*f)(int fd, void *arg), vo
 }
 
 int OwnFd::get() {
-    const uint32_t now = fd_generation();
+    const uint32_t now = fd_generation(shared_);
     // A number stored straight into the global, as a test or a client may
     // do, is noticed too.
     if (own_ >= 0 && now == generation_ && relaxed_load(shared_) == from_) return own_;

@@ -48,9 +48,9 @@ int fd_dup(const int *shared, int first_open = 0);
 // closed. The caller closes it.
 int fd_reopen_write(const int *shared);
 
-// Advances at every publish and retire: a thread that holds a duplicate
-// takes a new one once this has moved.
-uint32_t fd_generation();
+// Advances at every publish and retire of the link whose global this is: a
+// thread that holds a duplicate takes a new one once this has moved.
+uint32_t fd_generation(const int *shared);
 
 // Runs f(fd) on the number itself while it cannot be retired, for calls
 // that need the number and not a duplicate (epoll_ctl with EPOLL_CTL_DEL).
@@ -58,7 +58,7 @@ uint32_t fd_generation();
 bool with_fd(const int *shared, int first_open, void (*f)(int fd, void *arg), void *arg);
 
 // A thread's own duplicate of a shared descriptor, taken again when the
-// links changed. For threads that leave by returning, so that the duplicate
+// link changed. For threads that leave by returning, so that the duplicate
 // is closed on the way out.
 class OwnFd {
 public:

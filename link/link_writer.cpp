@@ -35,7 +35,7 @@ bool refuses_writes(int fd) {
 }  // namespace
 
 int LinkWriter::open() {
-    const uint32_t now = fd_generation();
+    const uint32_t now = fd_generation(shared_);
     const int from = relaxed_load(shared_);
     if (now != generation_ || from != from_) stalled_ = false;
     generation_ = now;
@@ -55,7 +55,7 @@ LinkWait LinkWriter::wait_writable(int fd) {
     const int64_t deadline = now_ms() + kStallAfterMs;
     for (;;) {
         if (writable(fd, kPollSliceMs)) return LinkWait::kReady;
-        if (fd_generation() != generation_ || relaxed_load(shared_) != from_)
+        if (fd_generation(shared_) != generation_ || relaxed_load(shared_) != from_)
             return LinkWait::kGone;
         if (now_ms() >= deadline) {
             stalled_ = true;

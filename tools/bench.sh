@@ -58,7 +58,7 @@ build/bench/atcmd_e2e_bench all | grep '^ROW|' >>"$rows"
 
 echo "== soak (${SOAK_SECONDS} s of lines) and faults" >&2
 soak=$(find build/bench -name atcmd_soak -type f -perm -u+x | head -n 1)
-for item in lines garbage plug_cycles silent stalled_daemon; do
+for item in lines garbage plug_cycles silent stalled_daemon link_reuse; do
   ATCMD_SOAK_SECONDS=$SOAK_SECONDS "$soak" "$item" | grep '^ROW|' >>"$rows" || true
 done
 

@@ -9,7 +9,7 @@
 // for the bench script's table ("-" for a figure that only explains the
 // others). The program exits 0 only when every target of the item was met.
 //
-//     atcmd_soak lines|garbage|plug_cycles|silent|stalled_daemon [options]
+//     atcmd_soak lines|garbage|plug_cycles|silent|stalled_daemon|link_reuse [options]
 //
 // The module logs every step to standard output, to the Android log
 // (standard error on a host) and to its log file; the child sends the first
@@ -25,6 +25,7 @@
 #include <string.h>
 #include <sys/ioctl.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -58,6 +59,7 @@
 #include "fixtures/child_process.h"
 #include "fixtures/sysroot.h"
 #include "fixtures/wait_until.h"
+#include "bench/soak/link_stress.h"
 #include "scenarios/module.h"
 #include "sim/pacer.h"
 
@@ -211,6 +213,15 @@ Dropped dropped_batches(const std::string &root) {
             d.numbers.push_back(whole.back() + 1);
     }
     return d;
+}
+
+// How often what appears in a file.
+size_t count_in_file(const std::string &path, const std::string &what) {
+    std::ifstream in(path, std::ios::binary);
+    const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    size_t n = 0;
+    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
+    return n;
 }
 
 // A global of the module, read as its own threads read it.
@@ -677,31 +688,39 @@ void item_stalled_daemon(const Options &, Child &c) {
         rec.data = text.data();
         s_dev->cmd_from_hidl(&rec);
     }
-    // Blocked: the transmit thread sits in write() on the FIFO, which has
-    // stopped filling.
-    const std::vector<pid_t> tx = tasks_named("Tx_thread");
-    const std::string in_write =
-        fmt("%ld 0x%x", static_cast<long>(SYS_write), global<int>(c.m, "g_fifo_tx_fd"));
+    // The FIFO full, the transmit thread waits for room a second, gives the
+    // link up and drops the rest without waiting: every line is either in
+    // the FIFO or counted as dropped, and none is left in the queue.
+    const std::string log = c.root + kLogFile;
+    const size_t line = kLineBytes;
     int filled = -1;
-    const bool blocked = tx.size() == 1 && wait_until([&] {
-                             int before = -1;
-                             ioctl(fifo, FIONREAD, &before);
-                             std::this_thread::sleep_for(200ms);
-                             ioctl(fifo, FIONREAD, &filled);
-                             return before == filled && task_syscall(tx[0]) == in_write;
-                         });
-    // A write of up to a page goes in whole or not at all, and one that does
-    // not fit the rest of the last page starts a new one: whole lines per page.
-    const long page = sysconf(_SC_PAGESIZE), line = static_cast<long>(kLineBytes);
-    const long whole_lines = capacity / page * (page / line) * line;
-    check("stalled_daemon: transmit thread blocked in write(fifo_tx)", blocked);
-    row("stalled_daemon: bytes in the FIFO when it blocked", fmt("%d of %d", filled, capacity),
+    size_t dropped = 0;
+    const bool drained = wait_until(
+        [&] {
+            ioctl(fifo, FIONREAD, &filled);
+            dropped = count_in_file(log, "takes nothing, record dropped");
+            return filled > 0 && dropped + static_cast<size_t>(filled) / line >= lines;
+        },
+        30000);
+    // Whole lines per page (a write of up to a page goes in whole or not at
+    // all), and poll calls a pipe full once all its pages are in use, even
+    // when the last one has room: the wait may start a page early.
+    const long page = sysconf(_SC_PAGESIZE);
+    const long whole_lines = (capacity / page - 1) * (page / static_cast<long>(line)) *
+                             static_cast<long>(line);
+    row("stalled_daemon: bytes in the FIFO when it stalled", fmt("%d of %d", filled, capacity),
         fmt(">= %ld", whole_lines), filled >= whole_lines && filled <= capacity);
+    row("stalled_daemon: lines in the FIFO + lines dropped", 
+        fmt("%zu + %zu", static_cast<size_t>(filled) / line, dropped), fmt("%zu", lines),
+        drained && static_cast<size_t>(filled) / line + dropped == lines);
+    const std::vector<pid_t> tx = tasks_named("Tx_thread");
+    check("stalled_daemon: transmit thread not blocked in a write",
+          tx.size() == 1 && task_syscall(tx[0]).rfind(fmt("%ld ", static_cast<long>(SYS_write)), 0) != 0);
 
-    // Tear-down as the client does it: WiFi off, then close.
+    // Tear-down as the client does it, then the accessory on USB.
     const auto t0 = Clock::now();
     s_dev->wifi_stchange(0);
-    const double stop_s = seconds_since(t0);
+    info("stalled_daemon: WiFi stop took, s", fmt("%.2f", seconds_since(t0)));
     check("stalled_daemon: WiFi threads ended by WiFi stop", wait_until([] {
               return tasks_named("wifiRx_thread").empty() &&
                      tasks_named("wifiHBeat_thread").empty();
@@ -709,13 +728,57 @@ void item_stalled_daemon(const Options &, Child &c) {
     check("stalled_daemon: their handles cleared",
           global<pthread_t>(c.m, "g_wifiRx_thread") == 0 &&
               global<pthread_t>(c.m, "g_wifiHBeat_thread") == 0);
-    info("stalled_daemon: WiFi stop took, s", fmt("%.2f", stop_s));
-    info("stalled_daemon: transmit thread still blocked after WiFi stop",
-         blocked && task_syscall(tx[0]) == in_write ? "yes" : "no");
+    atsim::Accessory acc(c.root, c.transcript);
+    if (!acc.plug_usb(0) || !c.m.wait_told("16/0:1,3", 10s))
+        return check("stalled_daemon: USB accessory plugged after the stop", false);
+    std::string after = "+DTR=AFTER\r\n";
+    AtCmder_t rec = {};
+    rec.type = ATCMD_TYPE_RESPONSE;
+    rec.dest = ATCMD_EP_MCU;
+    rec.cmd_id = ATCMD_ID_DTR;
+    rec.data = after.data();
+    const auto sent = Clock::now();
+    s_dev->cmd_from_hidl(&rec);
+    const bool arrived =
+        acc.wait_for_line([&](const std::string &l) { return l == after; }, 5s);
+    const double after_ms = 1000 * seconds_since(sent);
+    row("stalled_daemon: a USB frame after the stop, ms", arrived ? fmt("%.0f", after_ms) : "never",
+        "<= 250", arrived && after_ms <= 250);
+    daemon.pause_reading(false);
+    std::this_thread::sleep_for(500ms);
+    size_t late = 0;
+    for (const std::string &l : acc.received()) late += l.rfind("+DTR=x", 0) == 0;
+    row("stalled_daemon: backlog lines reaching USB late", late, 0);
     if (!g_all_met) return;
     note("stalled_daemon: closing; the process must end by SIGKILL");
     s_dev->common.close(&s_dev->common);
     check("stalled_daemon: the process ended by close", false);
+}
+
+// 6. Links torn down under heavy transmit while the process opens files as
+// fast as it can: no byte meant for the accessory may land in them.
+void item_link_reuse(const Options &o, Child &c) {
+    const struct {
+        const char *name;
+        scenario::StressedLink link;
+        int cycles;
+    } links[] = {{"usb", scenario::StressedLink::kUsb, 3 * o.cycles},
+                 {"wifi", scenario::StressedLink::kWifi, std::max(1, o.cycles / 10)},
+                 {"uart", scenario::StressedLink::kUart, std::max(1, o.cycles / 20)}};
+    for (const auto &l : links) {
+        const std::string name = std::string("link_reuse: ") + l.name;
+        const std::string scratch = c.root + "/scratch-" + l.name;
+        mkdir(scratch.c_str(), 0700);
+        const auto t0 = Clock::now();
+        const scenario::StressFigures f =
+            scenario::stress_link(c.m, c.root, c.transcript, l.link, l.cycles, scratch);
+        if (!f.failure.empty()) note(name + ": stopped at: " + f.failure);
+        row(name + " cycles", static_cast<size_t>(f.cycles), static_cast<size_t>(l.cycles));
+        info(name + " lines sent / delivered", fmt("%zu / %zu", f.sent, f.delivered));
+        info(name + " files opened by the host", fmt("%zu", f.host_opens));
+        row(name + " bytes in the host's files", f.misdirected, 0);
+        info(name + " run, s", fmt("%.1f", seconds_since(t0)));
+    }
 }
 
 // ---- Running an item ----
@@ -733,6 +796,7 @@ const Item kItems[] = {
     {"plug_cycles", item_plug_cycles, false, [](const Options &o) { return o.cycles * 3.0 + 60; }},
     {"silent", item_silent, false, [](const Options &o) { return o.commands * 0.5 + 60; }},
     {"stalled_daemon", item_stalled_daemon, true, [](const Options &) { return 90.0; }},
+    {"link_reuse", item_link_reuse, false, [](const Options &o) { return o.cycles * 1.5 + 90; }},
 };
 
 // The module's own output would drown the rows, and cost the run; a
@@ -792,7 +856,8 @@ void usage() {
     fprintf(stderr,
             "usage: atcmd_soak ITEM [--seconds S] [--rate R] [--garbage N] [--cycles N]\n"
             "                       [--commands N] [--allow-batch-drops] [--log FILE]\n"
-            "  ITEM          lines, garbage, plug_cycles, silent or stalled_daemon\n"
+            "  ITEM          lines, garbage, plug_cycles, silent, stalled_daemon\n"
+            "                or link_reuse\n"
             "  --seconds S   how long 'lines' sends (default 60, or $ATCMD_SOAK_SECONDS)\n"
             "  --rate R      lines per second of 'lines' (default 2000, or $ATCMD_SOAK_RATE)\n"
             "  --garbage N   garbage lines of 'garbage' (default 10000)\n"

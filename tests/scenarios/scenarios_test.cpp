@@ -207,6 +207,29 @@ TEST_F(Scenario, WifiLinkComesUpCarriesFramesSurvivesALostHeartbeatAndGoesDown) 
     }, 90000);
 }
 
+// The daemon's "running" arrives while the signal thread is busy (a
+// hand-shake whose address report waits 2 s for the Bluetooth address), and
+// the client stops WiFi before the signal thread gets to it.
+TEST_F(Scenario, ARunningHandledAfterTheStopLeavesTheLinkDown) {
+    run([&](Module &m) {
+        m.set_prop("net.bluetooth.macaddr", "");
+        atcmdprocess_device_t *dev = m.open();
+        ASSERT_NE(nullptr, dev);
+        atsim::HidDaemon daemon(root.root(), m.properties(), transcript);
+        ASSERT_EQ(0, dev->wifi_init("192.168.1.7"));
+        ASSERT_EQ(0, dev->amlogic_shake_hands());
+        std::this_thread::sleep_for(100ms);
+        ASSERT_EQ(0, dev->hiddemon_stchange("hid running"));
+        ASSERT_EQ(0, dev->wifi_stchange(0));
+        std::this_thread::sleep_for(3s);  // the signal thread has handled it by now
+        EXPECT_NE(ATCMD_MODE_WIFI, m.status().mode);
+        EXPECT_EQ(-1, m.load<int>("g_fifo_rx_fd"));
+        EXPECT_EQ(0u, m.load<pthread_t>("g_wifiRx_thread"));
+        EXPECT_EQ(0u, m.load<pthread_t>("g_wifiHBeat_thread"));
+        EXPECT_EQ("disable", m.prop("vendor.kavren.timesync"));
+    });
+}
+
 // Platform 2 bridges the WiFi peer and the MCU on the UART while casting over
 // WiFi; the hand-shake sends the version report and the queries.
 TEST_F(Scenario, Platform2RelaysBetweenPeerAndMcuAndShakesHands) {
