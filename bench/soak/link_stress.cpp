@@ -45,14 +45,6 @@ private:
     std::atomic<size_t> steps_{0};
 };
 
-size_t count_in_file(const std::string &path, const std::string &what) {
-    std::ifstream in(path, std::ios::binary);
-    const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    size_t n = 0;
-    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
-    return n;
-}
-
 bool fd_open(Module &m, const char *name) { return m.load<int>(name) >= 0; }
 
 // Each cycle ends with the link down and set up again. The gaps vary so that
@@ -104,6 +96,14 @@ std::string run_cycles(Module &m, atsim::Accessory &acc, const std::string &sysr
 }
 
 }  // namespace
+
+size_t count_in_file(const std::string &path, const std::string &what) {
+    std::ifstream in(path, std::ios::binary);
+    const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    size_t n = 0;
+    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
+    return n;
+}
 
 StressFigures stress_link(Module &m, const std::string &sysroot, atsim::Transcript &t,
                           StressedLink link, int cycles, const std::string &scratch_dir) {

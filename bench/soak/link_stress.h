@@ -31,6 +31,9 @@ struct StressFigures {
 StressFigures stress_link(Module &m, const std::string &sysroot, atsim::Transcript &t,
                           StressedLink link, int cycles, const std::string &scratch_dir);
 
+// How often `what` appears in the file at path (the module's log, say).
+size_t count_in_file(const std::string &path, const std::string &what);
+
 }  // namespace scenario
 
 #endif

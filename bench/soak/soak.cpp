@@ -71,6 +71,7 @@ using atcmd_test::wait_until;
 using Clock = std::chrono::steady_clock;
 using scenario::Module;
 using scenario::Texts;
+using scenario::count_in_file;
 
 constexpr const char *kMac = "AA:BB:CC:DD:EE:FF";
 constexpr const char *kLogFile = "/sdcard/tavrinola/.log/atcmdprocess";
@@ -213,15 +214,6 @@ Dropped dropped_batches(const std::string &root) {
             d.numbers.push_back(whole.back() + 1);
     }
     return d;
-}
-
-// How often what appears in a file.
-size_t count_in_file(const std::string &path, const std::string &what) {
-    std::ifstream in(path, std::ios::binary);
-    const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    size_t n = 0;
-    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
-    return n;
 }
 
 // A global of the module, read as its own threads read it.
