@@ -64,7 +64,7 @@ shown() {
   echo "== $name: ok, $(took $((SECONDS - t0)))"
 }
 
-echo "atcmd test command: about 16 minutes on two cores; each stage's output is in $LOGS/"
+echo "atcmd test command: about 20 minutes on two cores; each stage's output is in $LOGS/"
 
 source tools/deps.sh
 HOST_PACKAGES=(cmake ninja-build g++ clang libclang-rt-14-dev libgtest-dev libgmock-dev
