@@ -36,7 +36,7 @@ void notify_client(AT_CMD_CbMsg_t *msg) {
     atcmdprocess_device_t *dev = acquire_load(&g_patcmd_dev);
     atcmd_notify_callback_t cb = dev != nullptr ? relaxed_load(&dev->notify_callback) : nullptr;
     if (cb == nullptr) {
-        ATLOGE(0, kTagHal, "notify callback is not set, message cmd_id %u seq_num %u dropped!",
+        ATLOGE(atcmd::kLogAlways, kTagHal, "notify callback is not set, message cmd_id %u seq_num %u dropped!",
                msg->cmd_id, msg->seq_num);
         return;
     }

@@ -82,7 +82,7 @@ void log_file_init(const char *dir, const char *name) {
     (void)ignored;
 
     snprintf(path, sizeof path, "%s/%s", dir, name);
-    ATLOGI(3, atcmd::kTagHal, "log_filename=%s\n", path);
+    ATLOGI(atcmd::kLogState, atcmd::kTagHal, "log_filename=%s\n", path);
 
     atcmd::SysPath file(path);
     atcmd::LogFileLock lock;
@@ -98,7 +98,7 @@ void log_file_init(const char *dir, const char *name) {
 
 void dump_atcmd_data(const AtCmder_t *cmd) {
     if (cmd == nullptr) return;
-    ATLOGI(4, atcmd::kTagManage,
+    ATLOGI(atcmd::kLogDetail, atcmd::kTagManage,
            "dump_atcmd_data type:%d,source:%d,dest:%d, flag:%d,resendtimes:%d cmd_id:%d, "
            "seq_num:%d,tv_sec:%ld,tv_usec:%ld, data:%s",
            cmd->type, cmd->source, cmd->dest, cmd->flag, cmd->resendtimes, cmd->cmd_id,

@@ -5,8 +5,8 @@
 // Every statement names its area with one of the seven tags below and gives
 // its level first:
 //
-//     ATLOGI(3, kTagManage, "atcmder_Tx_thread thread is running");
-//     ATLOGE(0, kTagVuart, "open serial %s fails", path);
+//     ATLOGI(kLogState, kTagManage, "atcmder_Tx_thread thread is running");
+//     ATLOGE(kLogAlways, kTagVuart, "open serial %s fails", path);
 //
 // A helper shared by several entry points logs with the _FN forms, passing
 // the name of the entry point it works for, so that the function field of
@@ -27,6 +27,13 @@
 #include "atcmdprocess.h"
 
 namespace atcmd {
+
+// Verbosity levels: a statement is written when log_level (4 unless the
+// client changes it) is at least its level. Level 1 is not used.
+inline constexpr int kLogAlways = 0;  // failures: written at every log_level
+inline constexpr int kLogNotice = 2;  // a thread ended by signal, a lost daemon heartbeat
+inline constexpr int kLogState = 3;   // threads, links and modes changing; traffic
+inline constexpr int kLogDetail = 4;  // every step, every byte sent
 
 // The areas, as the Android log and the field engineers' filters know them.
 inline constexpr char kTagHal[] = "AtCmdProcessHal";  // module entry points, log_file_init

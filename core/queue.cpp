@@ -76,7 +76,7 @@ unsigned int atcmder_enqueue(atcmder_queue_t *head, pthread_mutex_t *lock, const
     auto *node = static_cast<atcmder_node_t *>(malloc(sizeof(atcmder_node_t)));
     if (node == nullptr) return ATCMD_Q_NOMEM;
     if (cmd->data == nullptr) {
-        ATLOGE(0, kTagQueue, "Input atcmder data is NULL!");
+        ATLOGE(kLogAlways, kTagQueue, "Input atcmder data is NULL!");
         free(node);
         return ATCMD_Q_NULL;
     }
@@ -91,7 +91,7 @@ unsigned int atcmder_enqueue(atcmder_queue_t *head, pthread_mutex_t *lock, const
     }
     if (len >= ATCMD_TEXT_MAX) {
         // Would overwrite the node's links; keep what fits instead.
-        ATLOGE(0, kTagQueue, "Input atcmder data is too long (%zu), cut to %d!", len,
+        ATLOGE(kLogAlways, kTagQueue, "Input atcmder data is too long (%zu), cut to %d!", len,
                ATCMD_TEXT_MAX - 1);
         len = ATCMD_TEXT_MAX - 1;
     }
@@ -108,7 +108,7 @@ unsigned int atcmder_enqueue(atcmder_queue_t *head, pthread_mutex_t *lock, const
 
 unsigned int atcmder_dequeue(atcmder_queue_t *head, pthread_mutex_t *lock, AtCmder_t *out) {
     if (out == nullptr || out->data == nullptr) {
-        ATLOGE(0, kTagQueue, "Output atcmder is a NULL pointer!");
+        ATLOGE(kLogAlways, kTagQueue, "Output atcmder is a NULL pointer!");
         return ATCMD_Q_NULL;
     }
     if (head == nullptr || lock == nullptr) return ATCMD_Q_NULL;
@@ -121,7 +121,7 @@ unsigned int atcmder_dequeue(atcmder_queue_t *head, pthread_mutex_t *lock, AtCmd
     }
     queue_remove_locked(head, node);
     if (node->text[0] == '\0') {
-        ATLOGI(4, kTagQueue, "Atcmd queue has null pointer, remove it!");
+        ATLOGI(kLogDetail, kTagQueue, "Atcmd queue has null pointer, remove it!");
         free(node);
         return ATCMD_Q_NONE;  // the queue lock stays held on purpose
     }

@@ -37,7 +37,7 @@ sigset_t service_signals() {
 }
 
 void log_cast_mode(const system_status_t *st) {
-    ATLOGI_FN(kSignalThread, 3, kTagManage, "Current cast mode is %d", relaxed_load(&st->mode));
+    ATLOGI_FN(kSignalThread, kLogState, kTagManage, "Current cast mode is %d", relaxed_load(&st->mode));
 }
 
 // The node the virtual UART was opened on. Only this thread opens and
@@ -51,7 +51,7 @@ bool start_vuart_reader() {
     if (relaxed_load(&g_VuartRx_thread) != 0 ||
         pthread_create(&g_VuartRx_thread, nullptr, atcmder_VuartRx_thread, nullptr) == 0)
         return true;
-    ATLOGE_FN(kSignalThread, 0, kTagManage, "atcmder_VuartRx_thread pthread_create failed");
+    ATLOGE_FN(kSignalThread, kLogAlways, kTagManage, "atcmder_VuartRx_thread pthread_create failed");
     return false;
 }
 
@@ -59,7 +59,7 @@ bool start_vuart_reader() {
 // watcher stored together.
 void usb_plugged(system_status_t *st, const AcmNode &node) {
     if (kavren_node_plugged(node.name) != 1) return;
-    ATLOGI_FN(kSignalThread, 4, kTagManage, "hot pluged device is kavren.");
+    ATLOGI_FN(kSignalThread, kLogDetail, kTagManage, "hot pluged device is kavren.");
     fd_retire(&g_vuart_fd);
     // Opened aside and published only when set up: a failed set-up leaves a
     // closed number in its variable, which must never be g_vuart_fd.
@@ -94,7 +94,7 @@ void usb_unplug_signalled(system_status_t *st) {
         usb_unplugged(st);
         return;
     }
-    ATLOGI_FN(kSignalThread, 3, kTagManage,
+    ATLOGI_FN(kSignalThread, kLogState, kTagManage,
               "ttyACM%ld is still plugged and open: stale unplug ignored",
               static_cast<long>(link_node));
 }
@@ -108,7 +108,7 @@ void usb_unplug_signalled(system_status_t *st) {
 void usb_settle(system_status_t *st, const AcmNode *tried) {
     VuartLink link = vuart_link_state(link_node);
     if (link == VuartLink::kDead) {
-        ATLOGI_FN(kSignalThread, 3, kTagManage, "ttyACM%ld went away under the open link",
+        ATLOGI_FN(kSignalThread, kLogState, kTagManage, "ttyACM%ld went away under the open link",
                   static_cast<long>(link_node));
         usb_unplugged(st);
         link = VuartLink::kClosed;
@@ -117,10 +117,10 @@ void usb_settle(system_status_t *st, const AcmNode *tried) {
         AcmNode node;
         if (!find_accessory_node(&node)) return;
         if (tried != nullptr && tried->number == node.number) return;  // it just failed
-        ATLOGI_FN(kSignalThread, 3, kTagManage, "%s present with no link open", node.name);
+        ATLOGI_FN(kSignalThread, kLogState, kTagManage, "%s present with no link open", node.name);
         usb_plugged(st, node);
     } else if (relaxed_load(&g_VuartRx_thread) == 0) {
-        ATLOGI_FN(kSignalThread, 3, kTagManage, "the link on ttyACM%ld has no reader",
+        ATLOGI_FN(kSignalThread, kLogState, kTagManage, "the link on ttyACM%ld has no reader",
                   static_cast<long>(link_node));
         start_vuart_reader();
     }
@@ -131,7 +131,7 @@ void usb_settle(system_status_t *st, const AcmNode *tried) {
 void wifi_up(system_status_t *st) {
     ChannelLock lock;
     if (!running_still_current()) {
-        ATLOGI_FN(kSignalThread, 3, kTagManage,
+        ATLOGI_FN(kSignalThread, kLogState, kTagManage,
                   "WiFi was stopped after the daemon reported running: channel stays closed");
         return;
     }
@@ -140,13 +140,13 @@ void wifi_up(system_status_t *st) {
     // The same text for both threads, as the field logs have always shown.
     if (relaxed_load(&g_wifiRx_thread) == 0 &&
         start_alarm_thread(&g_wifiRx_thread, atcmder_wifiRx_thread) != 0)
-        ATLOGE_FN(kSignalThread, 0, kTagManage, "atcmder_wifiRx_thread init failed!");
+        ATLOGE_FN(kSignalThread, kLogAlways, kTagManage, "atcmder_wifiRx_thread init failed!");
     if (relaxed_load(&g_wifiHBeat_thread) == 0 &&
         start_alarm_thread(&g_wifiHBeat_thread, atcmder_wifiHBeat_thread) != 0)
-        ATLOGE_FN(kSignalThread, 0, kTagManage, "atcmder_wifiRx_thread init failed!");
+        ATLOGE_FN(kSignalThread, kLogAlways, kTagManage, "atcmder_wifiRx_thread init failed!");
     if (relaxed_load(&st->platform) == ATCMD_PLATFORM_VUART) get_kavren_info();
     property_set("vendor.kavren.timesync", "enable");
-    ATLOGI_FN(kSignalThread, 3, kTagManage, "Set vendor.kavren.timesync enable!");
+    ATLOGI_FN(kSignalThread, kLogState, kTagManage, "Set vendor.kavren.timesync enable!");
     log_cast_mode(st);
 }
 
@@ -171,12 +171,12 @@ struct ServiceThread {
 void *atcmder_sigProcess_thread(void *) {
     const sigset_t set = service_signals();
     prctl(PR_SET_NAME, "sigProcess_thread");
-    ATLOGI(3, kTagManage, "atcmder_sigProcess_thread thread is running");
+    ATLOGI(kLogState, kTagManage, "atcmder_sigProcess_thread thread is running");
     int sig = 0;
     for (;;) {
         // A failed wait goes on with the signal of the previous pass.
-        if (sigwait(&set, &sig) != 0) ATLOGE(0, kTagManage, "sigwait error");
-        ATLOGI(3, kTagManage, "atcmder_sigProcess_thread handling thread got signal %d", sig);
+        if (sigwait(&set, &sig) != 0) ATLOGE(kLogAlways, kTagManage, "sigwait error");
+        ATLOGI(kLogState, kTagManage, "atcmder_sigProcess_thread handling thread got signal %d", sig);
         system_status_t *st = device_status();
         if (st == nullptr) continue;
         switch (sig) {
@@ -201,7 +201,7 @@ void *atcmder_sigProcess_thread(void *) {
 // Runs on the client's thread inside open. Nothing guards a second call: a
 // second open starts a second set of threads on the new device.
 int atcmder_hal_open(void) {
-    ATLOGI(3, kTagManage, "func is atcmder_hal_open.");
+    ATLOGI(kLogState, kTagManage, "func is atcmder_hal_open.");
     memset(&g_kavren_devInfo, 0, sizeof g_kavren_devInfo);
     const sigset_t set = service_signals();
     for (atcmder_queue_t *q : {&Rx_head, &Tx_head, &Timeout_head}) atcmder_queue_init(q);
@@ -216,7 +216,7 @@ int atcmder_hal_open(void) {
     // Blocked here, in the client's thread, so every thread started below
     // inherits the mask and only the signal thread's sigwait takes them.
     if (pthread_sigmask(SIG_BLOCK, &set, nullptr) != 0)
-        ATLOGE(0, kTagManage, "!! Set pthread mask failed\n");
+        ATLOGE(kLogAlways, kTagManage, "!! Set pthread mask failed\n");
 
     const ServiceThread threads[] = {
         {&g_Sigprocess_thread, atcmder_sigProcess_thread, "atcmder_sigProcess_thread init failed!"},
@@ -229,11 +229,11 @@ int atcmder_hal_open(void) {
     for (const ServiceThread &t : threads) {
         if (t.handle == &g_uartRx_thread && platform != ATCMD_PLATFORM_UART) continue;
         if (pthread_create(t.handle, nullptr, t.body, nullptr) != 0) {
-            ATLOGE(0, kTagManage, "%s", t.failed);
+            ATLOGE(kLogAlways, kTagManage, "%s", t.failed);
             result = 1;
         }
     }
-    ATLOGI(3, kTagManage, "g_patcmd_dev->system_status.platform is %d", platform);
+    ATLOGI(kLogState, kTagManage, "g_patcmd_dev->system_status.platform is %d", platform);
     if (platform == ATCMD_PLATFORM_VUART) dev_hotplug_init();
     return result;
 }

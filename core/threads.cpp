@@ -20,7 +20,7 @@ pthread_t g_wifiRx_thread;
 pthread_t g_wifiHBeat_thread;
 
 void thread_exit_handler(int sig) {
-    ATLOGI(2, atcmd::kTagManage, "receive signal is %d", sig);
+    ATLOGI(atcmd::kLogNotice, atcmd::kTagManage, "receive signal is %d", sig);
     pthread_exit(nullptr);
 }
 
@@ -51,7 +51,7 @@ sigset_t alarm_set() {
 
 int signal_thread(pthread_t thread, int sig) {
     if (thread == 0) {
-        ATLOGE(0, kTagManage, "signal %d not sent: thread is not running", sig);
+        ATLOGE(atcmd::kLogAlways, kTagManage, "signal %d not sent: thread is not running", sig);
         return ESRCH;
     }
     return pthread_kill(thread, sig);

@@ -82,7 +82,7 @@ int get_kavren_castmode(void) {
 // Runs on the signal thread when the accessory has come up; holds it for
 // eight pauses on platform 1, six on the others.
 void get_kavren_info(void) {
-    ATLOGI(4, atcmd::kTagParse, " get kavren info.");
+    ATLOGI(atcmd::kLogDetail, atcmd::kTagParse, " get kavren info.");
     for (int (*send)(void) : {get_kavren_type, get_kavren_BATINFO, send_bt_mac, get_kavren_sn,
                               get_kavren_sid, get_kavren_screensts}) {
         send();

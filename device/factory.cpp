@@ -38,8 +38,8 @@ void test_tx_step(uint32_t *index, uint32_t *round) {
     // The round advances inside the statement, once per output it writes
     // (standard output, the Android log, the file): the field tools that
     // read these logs count rounds that way.
-    if ((*index & 0xffff) == 0 && log_level >= 3)
-        ATLOGI_FN("atcmder_TestTx_thread", 3, kTagManage,
+    if ((*index & 0xffff) == 0 && log_level >= atcmd::kLogState)
+        ATLOGI_FN("atcmder_TestTx_thread", atcmd::kLogState, kTagManage,
                   "atcmder_TestTx_thread index clear to 0, round is %d!", ++*round);
 }
 
@@ -47,7 +47,7 @@ void test_tx_step(uint32_t *index, uint32_t *round) {
 
 void *atcmder_TestTx_thread(void *) {
     prctl(PR_SET_NAME, "Test_thread");
-    ATLOGI(3, atcmd::kTagManage, "atcmder_TestTx_thread is running!");
+    ATLOGI(atcmd::kLogState, atcmd::kTagManage, "atcmder_TestTx_thread is running!");
     uint32_t index = 0;
     uint32_t round = 0;
     for (;;) {

@@ -75,7 +75,7 @@ int send_stateToMPHONE(int32_t state) { return send_state(state, ATCMD_EP_MPHONE
 int send_bt_mac(void) {
     char mac[PROPERTY_VALUE_MAX];
     if (!wait_for_property(bt_mac_prop, mac)) {
-        ATLOGE(0, kTagParse, "Can not get Kavren BTMAC %s.", bt_mac_prop);
+        ATLOGE(atcmd::kLogAlways, kTagParse, "Can not get Kavren BTMAC %s.", bt_mac_prop);
         return 0;
     }
     const int32_t platform = atcmd::current_platform();
@@ -101,16 +101,16 @@ int send_amlogic_ver(void) {
     } else {
         char version[PROPERTY_VALUE_MAX];
         if (!wait_for_property("ro.tavrinola.version", version)) {
-            ATLOGE(0, kTagParse, "get kavren ver fail.");
+            ATLOGE(atcmd::kLogAlways, kTagParse, "get kavren ver fail.");
             return 0;
         }
         strcat(text, version);
         if (strlen(version) > kMaxVersionKept)
-            ATLOGI(3, kTagParse, "Amlogic ver data is too long!");
+            ATLOGI(atcmd::kLogState, kTagParse, "Amlogic ver data is too long!");
         else
             memcpy(item, version, strlen(version) + 1);
     }
-    ATLOGI(4, kTagParse, "ver data is %s", text);
+    ATLOGI(atcmd::kLogDetail, kTagParse, "ver data is %s", text);
     strcat(text, "\r\n");
     return send_report(text, ATCMD_EP_MCU, ATCMD_ID_VER);
 }
@@ -134,7 +134,7 @@ void notify_wifi_state(int64_t state) {
         size_t used = strlen(text);
         // The line always ends in "&2", whatever the flag says.
         snprintf(text + used, sizeof text - used, "%d&2\r\n", ATCMD_ID_WIFICON);
-        ATLOGI(4, kTagParse, "notify_wifi_stated to kavren %ld, data is %s",
+        ATLOGI(atcmd::kLogDetail, kTagParse, "notify_wifi_stated to kavren %ld, data is %s",
                static_cast<long>(state), text);
         AtCmder_t rec = {};
         rec.type = ATCMD_TYPE_SET;
@@ -145,5 +145,5 @@ void notify_wifi_state(int64_t state) {
         rec.data = text;
         atcmd::queue_put(atcmd::kTxQueue, &rec);
     }
-    ATLOGI(4, kTagParse, "notify_wifi_stated %ld", static_cast<long>(state));
+    ATLOGI(atcmd::kLogDetail, kTagParse, "notify_wifi_stated %ld", static_cast<long>(state));
 }

@@ -49,7 +49,7 @@ void init_device(atcmdprocess_device_t *dev, const hw_module_t *module) {
 }  // namespace atcmd
 
 int set_notify_callback(atcmdprocess_device_t *dev, atcmd_notify_callback_t cb) {
-    ATLOGI(4, kTagHal, "set_notify_callback");
+    ATLOGI(kLogDetail, kTagHal, "set_notify_callback");
     if (dev == nullptr) return -EINVAL;
     relaxed_store(&dev->notify_callback, cb);
     return 0;
@@ -65,15 +65,15 @@ int cmd_from_hidl(AtCmder_t *cmd) {
 int atcmdprocess_wifi_init(const char *ipaddr) {
     system_status_t *st = device_status();
     if (st == nullptr || ipaddr == nullptr) {
-        ATLOGE(0, kTagHal, "wifi init without device or address!");
+        ATLOGE(kLogAlways, kTagHal, "wifi init without device or address!");
         return -EINVAL;
     }
     const int32_t platform = relaxed_load(&st->platform);
-    ATLOGI(3, kTagHal, "wifi connection init begin with IPADDR %s, current platform is %d !",
+    ATLOGI(kLogState, kTagHal, "wifi connection init begin with IPADDR %s, current platform is %d !",
            ipaddr, platform);
     // The stored address must keep its NUL; a longer text is no IPv4 address.
     if (strlen(ipaddr) >= sizeof st->ipaddr) {
-        ATLOGE(0, kTagHal, "wifi init address %s is too long!", ipaddr);
+        ATLOGE(kLogAlways, kTagHal, "wifi init address %s is too long!", ipaddr);
         return -EINVAL;
     }
     char sts[PROPERTY_VALUE_MAX];
@@ -83,7 +83,7 @@ int atcmdprocess_wifi_init(const char *ipaddr) {
         if (strcmp(ipaddr, st->ipaddr) != 0) stop_hiddemon();
         property_set(kPropHidSts, ipaddr);
         property_set(kPropHidCmd, kCmdStartClient);
-        ATLOGI(4, kTagHal, " Client init begin!");
+        ATLOGI(kLogDetail, kTagHal, " Client init begin!");
         memcpy(st->ipaddr, ipaddr, strlen(ipaddr) + 1);
     } else if (platform == ATCMD_PLATFORM_VUART) {
         property_set(kPropHidCmd, kCmdStartServer);
@@ -100,7 +100,7 @@ int atcmdprocess_wifi_stchange(int32_t state) {
     if (state != 0) return 0;
     {
         ChannelLock lock;
-        ATLOGI(3, kTagHal, "Get wifi disconnect from FW or Kavren poweroff");
+        ATLOGI(kLogState, kTagHal, "Get wifi disconnect from FW or Kavren poweroff");
         if (system_status_t *st = device_status()) {
             relaxed_store(&st->wifi_status, 0);
             if (relaxed_load(&st->mode) == ATCMD_MODE_WIFI)
@@ -110,7 +110,7 @@ int atcmdprocess_wifi_stchange(int32_t state) {
         stop_hiddemon();
         notify_wifi_state(0);
         property_set(kPropTimeSync, "disable");
-        ATLOGI(3, kTagHal, "Set vendor.kavren.timesync disable!");
+        ATLOGI(kLogState, kTagHal, "Set vendor.kavren.timesync disable!");
         stop_wifi_channel();
     }
     stop_heartbeat_thread();
@@ -131,7 +131,7 @@ int atcmdprocess_hiddemon_stchange(const char *status) {
             record_heartbeat(static_cast<uint64_t>(strtol(colon + 1, nullptr, 10)));
         return 0;
     }
-    ATLOGI(3, kTagHal, "hiddemon status is %s, wifi_status is %d", status, current_wifi_status());
+    ATLOGI(kLogState, kTagHal, "hiddemon status is %s, wifi_status is %d", status, current_wifi_status());
     if (strstr(status, "running") != nullptr) {
         running_reported(session);
         signal_thread(relaxed_load(&g_Sigprocess_thread), SIGURG);
@@ -149,6 +149,6 @@ int atcmdprocess_hiddemon_stchange(const char *status) {
 // The signal thread sends the version report; the client's thread must not
 // wait for the property reads that it involves.
 int atcmdprocess_amlogic_shake_hands(void) {
-    ATLOGI(4, kTagHal, "atcmdprocess_amlogic_shake_hands.");
+    ATLOGI(kLogDetail, kTagHal, "atcmdprocess_amlogic_shake_hands.");
     return signal_thread(relaxed_load(&g_Sigprocess_thread), SIGVTALRM);
 }

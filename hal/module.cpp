@@ -30,16 +30,16 @@ hw_module_t HMI = {
 int atcmdprocess_open(const struct hw_module_t *module, const char *name,
                       struct hw_device_t **device) {
     (void)name;  // there is only one kind of device
-    ATLOGI(3, atcmd::kTagHal, "atcmdprocess_open");
+    ATLOGI(atcmd::kLogState, atcmd::kTagHal, "atcmdprocess_open");
     log_file_init("/sdcard/tavrinola/.log", "atcmdprocess");
 
     if (device == nullptr) {
-        ATLOGE(0, atcmd::kTagHal, "NO device on open");
+        ATLOGE(atcmd::kLogAlways, atcmd::kTagHal, "NO device on open");
         return -EINVAL;
     }
     auto *dev = static_cast<atcmdprocess_device_t *>(calloc(1, sizeof(atcmdprocess_device_t)));
     if (dev == nullptr) {
-        ATLOGE(0, atcmd::kTagHal, "out of memory");
+        ATLOGE(atcmd::kLogAlways, atcmd::kTagHal, "out of memory");
         return -EINVAL;
     }
     atcmd::init_device(dev, module);

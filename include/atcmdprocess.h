@@ -317,6 +317,11 @@ enum atcmd_cmd_id {
 
 #define ATCMD_NUM_CMDS 39
 
+/* What the module itself reports in a message of cmd_id ATCMD_ID_ERROR
+ * (the accessory's own "+ERROR" numbers are other values). */
+#define ATCMD_ERR_REPLY_TIMEOUT (-110) /* unanswered after two resends (-ETIMEDOUT) */
+#define ATCMD_ERR_UART_DOWN (-6)       /* the UART could not be opened again (-ENXIO) */
+
 /* What a message's data points at, by its cmd_id (data may be NULL). */
 enum atcmd_payload_kind {
     ATCMD_PAYLOAD_NONE,      /* "+UPGRADE", "+RECOVERY", "+SHUTDOWN", rows without a parser */

@@ -49,11 +49,11 @@ int Kill_hiddemon_byforce(void) {
 int stop_hiddemon(void) {
     int fd = open(SysPath(kFifoCmd).c_str(), O_RDWR | O_CLOEXEC);
     if (fd < 0) {
-        ATLOGE(0, kTagManage, "cannot open device: %s, will kill hiddemon!", kFifoCmd);
+        ATLOGE(kLogAlways, kTagManage, "cannot open device: %s, will kill hiddemon!", kFifoCmd);
         return Kill_hiddemon_byforce();
     }
     if (write(fd, kExit, 4) != 4) {
-        ATLOGE(0, kTagManage, " fails to write data %s to fifo_cmd", kExit);
+        ATLOGE(kLogAlways, kTagManage, " fails to write data %s to fifo_cmd", kExit);
         Kill_hiddemon_byforce();
         return close(fd);
     }
@@ -61,10 +61,10 @@ int stop_hiddemon(void) {
     char sts[PROPERTY_VALUE_MAX];
     // One check, no polling: the acknowledgement must be exactly "exit".
     if (property_get(kPropHidSts, sts, "") > 0 && memcmp(sts, kExit, sizeof kExit) == 0) {
-        ATLOGI(3, kTagManage, "Process Hiddemon exits successfully!");
+        ATLOGI(kLogState, kTagManage, "Process Hiddemon exits successfully!");
         return close(fd);
     }
-    ATLOGE(0, kTagManage, " hiddemon exit fails, will be killed!");
+    ATLOGE(kLogAlways, kTagManage, " hiddemon exit fails, will be killed!");
     Kill_hiddemon_byforce();
     return close(fd);
 }
@@ -77,7 +77,7 @@ void *atcmder_wifiHBeat_thread(void *) {
     // plain pthread_create may be sent SIGALRM at once.
     install_thread_exit_handler();
     prctl(PR_SET_NAME, "wifiHBeat_thread");
-    ATLOGI(3, kTagManage, "atcmder_wifiHBeat_thread is running!");
+    ATLOGI(kLogState, kTagManage, "atcmder_wifiHBeat_thread is running!");
     for (;;) {
         uint64_t last = relaxed_load(&g_wifiHBeat_num);
         sleep_until_exit_signal(g_delays.heartbeat_period);
@@ -86,7 +86,7 @@ void *atcmder_wifiHBeat_thread(void *) {
         // has stopped the daemon, which must not be started again.
         ChannelLock lock;
         if (current_wifi_status() != 1) continue;
-        ATLOGI(2, kTagManage, "!! HID demon lost heart beat, will restart! wifiHBeat_num is %lu .",
+        ATLOGI(kLogNotice, kTagManage, "!! HID demon lost heart beat, will restart! wifiHBeat_num is %lu .",
                static_cast<unsigned long>(relaxed_load(&g_wifiHBeat_num)));
         stop_wifi_channel();
         wifi_Chan_ReInit();

@@ -48,7 +48,7 @@ LinkWait LinkWriter::wait_writable(int fd) {
     if (stalled_) {
         if (!writable(fd, 0)) return LinkWait::kStalled;
         stalled_ = false;
-        ATLOGI(3, kTagManage, "%s takes bytes again, %llu records dropped on it so far", name_,
+        ATLOGI(atcmd::kLogState, kTagManage, "%s takes bytes again, %llu records dropped on it so far", name_,
                static_cast<unsigned long long>(dropped_));
         return LinkWait::kReady;
     }
@@ -66,7 +66,7 @@ LinkWait LinkWriter::wait_writable(int fd) {
 
 void LinkWriter::drop(const char *func, LinkWait why, const char *text) {
     ++dropped_;
-    ATLOGE_FN(func, 0, kTagManage, "%s %s, record dropped (%llu on this link): %s", name_,
+    ATLOGE_FN(func, atcmd::kLogAlways, kTagManage, "%s %s, record dropped (%llu on this link): %s", name_,
               why == LinkWait::kGone ? "went away" : "takes nothing",
               static_cast<unsigned long long>(dropped_), text);
 }

@@ -107,24 +107,24 @@ constexpr const char *kLineErrorText[] = {
 int set_line(const SerialLink &link, int fd, int baud, int bits, char parity, int stop) {
     termios current;
     if (tcgetattr(fd, &current) != 0) {
-        ATLOGE_FN(link.setopt_fn, 0, link.tag, "serial SetupSerial 1");
+        ATLOGE_FN(link.setopt_fn, atcmd::kLogAlways, link.tag, "serial SetupSerial 1");
         return -1;
     }
     termios settings;
     LineError err = make_line_settings(baud, bits, parity, stop, &settings);
     if (err != LineError::kNone) {
-        ATLOGI_FN(link.setopt_fn, 4, link.tag, "%s", kLineErrorText[static_cast<int>(err)]);
+        ATLOGI_FN(link.setopt_fn, atcmd::kLogDetail, link.tag, "%s", kLineErrorText[static_cast<int>(err)]);
         return -1;
     }
     if (!baud_is_known(baud))
-        ATLOGI_FN(link.setopt_fn, 4, link.tag,
+        ATLOGI_FN(link.setopt_fn, atcmd::kLogDetail, link.tag,
                   "serial Sorry, Unsupported baud rate, set default 9600!");
     tcflush(fd, TCIFLUSH);
     if (tcsetattr(fd, TCSANOW, &settings) != 0) {
         perror("SetupSerial 3");
         return -1;
     }
-    ATLOGI_FN(link.setopt_fn, 4, link.tag, "Serial set done!");
+    ATLOGI_FN(link.setopt_fn, atcmd::kLogDetail, link.tag, "Serial set done!");
     return 0;
 }
 
@@ -134,25 +134,25 @@ int set_line(const SerialLink &link, int fd, int baud, int bits, char parity, in
 int configure_opened(const SerialLink &link, int fd, const char *path) {
     int r = fcntl(fd, F_SETFL, 0);  // blocking reads from here on
     if (r < 0)
-        ATLOGI_FN(link.init_fn, 4, link.tag, "serial fcntl failed!");
+        ATLOGI_FN(link.init_fn, atcmd::kLogDetail, link.tag, "serial fcntl failed!");
     else
-        ATLOG_TEXT_FN(link.init_fn, 4, ANDROID_LOG_INFO, link.tag, link.fcntl_done, r);
+        ATLOG_TEXT_FN(link.init_fn, atcmd::kLogDetail, ANDROID_LOG_INFO, link.tag, link.fcntl_done, r);
 
     if (!isatty(fd)) {
-        ATLOGI_FN(link.init_fn, 4, link.tag, "%s", link.not_a_tty);
+        ATLOGI_FN(link.init_fn, atcmd::kLogDetail, link.tag, "%s", link.not_a_tty);
         close(fd);
         return -1;
     }
-    ATLOG_TEXT_FN(link.init_fn, 4, ANDROID_LOG_INFO, link.tag, link.opened, fd);
+    ATLOG_TEXT_FN(link.init_fn, atcmd::kLogDetail, ANDROID_LOG_INFO, link.tag, link.opened, fd);
 
     if (set_line(link, fd, kLineBaud, 8, 'n', 1) != 0) {
-        ATLOGI_FN(link.init_fn, 4, link.tag, "%s", link.setopt_failed);
+        ATLOGI_FN(link.init_fn, atcmd::kLogDetail, link.tag, "%s", link.setopt_failed);
         close(fd);
         return -1;
     }
     tcflush(fd, TCIOFLUSH);
     fcntl(fd, F_SETFL, 0);
-    ATLOG_TEXT_FN(link.init_fn, 3, ANDROID_LOG_INFO, link.tag, link.ready, path, fd);
+    ATLOG_TEXT_FN(link.init_fn, atcmd::kLogState, ANDROID_LOG_INFO, link.tag, link.ready, path, fd);
     return 0;
 }
 
@@ -175,11 +175,11 @@ int serial_recv(int fd, char *buf, int len, int timeout_ms) {
 int serial_send(const SerialLink &link, int fd, const char *data, int len) {
     ssize_t n = len >= 0 ? write(fd, data, static_cast<size_t>(len)) : -1;
     if (n < len || n < 0) {
-        ATLOGI_FN(link.send_fn, 4, link.tag, "serial write device error\n");
+        ATLOGI_FN(link.send_fn, atcmd::kLogDetail, link.tag, "serial write device error\n");
         tcflush(fd, TCOFLUSH);
         return -1;
     }
-    ATLOGI_FN(link.send_fn, 4, link.tag, "serial send data is %s", data);
+    ATLOGI_FN(link.send_fn, atcmd::kLogDetail, link.tag, "serial send data is %s", data);
     return len;
 }
 
@@ -243,7 +243,7 @@ int UART_init(int *fd) {
     const int opened = open(atcmd::SysPath(atcmd::kUartPath).c_str(), atcmd::kOpenFlags);
     atcmd::publish(fd, opened);
     if (opened < 0) {
-        ATLOGE(0, kUart.tag, "open AMLOGIC UART fails");
+        ATLOGE(atcmd::kLogAlways, kUart.tag, "open AMLOGIC UART fails");
         return -1;
     }
     return atcmd::configure_opened(kUart, opened, atcmd::kUartPath);
@@ -251,7 +251,7 @@ int UART_init(int *fd) {
 
 int VUART_init(int *fd, int64_t acm) {
     if (!atcmd::acm_number_fits(acm)) {
-        ATLOGE(0, kVuart.tag, "ttyACM number %lld does not fit the device path",
+        ATLOGE(atcmd::kLogAlways, kVuart.tag, "ttyACM number %lld does not fit the device path",
                static_cast<long long>(acm));
         return -1;
     }
@@ -262,7 +262,7 @@ int VUART_init(int *fd, int64_t acm) {
     if (opened < 0) {
         int err = errno;
         // The stored descriptor (-1) is logged where the error number is named.
-        ATLOGE(0, kVuart.tag, "open serial %s fails, error num is %d, error num is %s", path,
+        ATLOGE(atcmd::kLogAlways, kVuart.tag, "open serial %s fails, error num is %d, error num is %s", path,
                opened, strerror(err));
         return -1;
     }

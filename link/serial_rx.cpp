@@ -51,7 +51,7 @@ void reopen_uart() {
 int32_t usb_connected() {
     const system_status_t *st = device_status();
     if (st == nullptr) {
-        ATLOGE_FN(kVuartRx.thread, 0, kTagManage, "no device, usb counted as unplugged");
+        ATLOGE_FN(kVuartRx.thread, kLogAlways, kTagManage, "no device, usb counted as unplugged");
         return 0;
     }
     return relaxed_load(&st->usbdev_sts.usb_connected);
@@ -70,7 +70,7 @@ bool link_left_without_reader() { return with_fd(&g_vuart_fd, 0, no_op, nullptr)
 // also signals when a link was opened while the thread was leaving, so
 // that the signal thread gives it a reader.
 void *vuart_disappeared() {
-    ATLOGI_FN(kVuartRx.thread, 3, kTagManage,
+    ATLOGI_FN(kVuartRx.thread, kLogState, kTagManage,
               "ACM device disappear, atcmder_VuartRx_thread will die!");
     signal_thread(relaxed_load(&g_Sigprocess_thread), SIGUSR2);
     relaxed_store(&g_VuartRx_thread, pthread_t{0});
@@ -82,7 +82,7 @@ void *vuart_not_found() {
     relaxed_store(&g_VuartRx_thread, pthread_t{0});
     if (usb_connected() == 1 || link_left_without_reader())
         signal_thread(relaxed_load(&g_Sigprocess_thread), SIGUSR2);
-    ATLOGI_FN(kVuartRx.thread, 3, kTagManage,
+    ATLOGI_FN(kVuartRx.thread, kLogState, kTagManage,
               "ACM device can not find, atcmder_VuartRx_thread will die!");
     return nullptr;
 }
@@ -111,11 +111,11 @@ bool receive_once(const SerialRx &link, int fd, RxBatch *batch) {
     case BatchState::kPartial:
         break;
     case BatchState::kTooLong:
-        ATLOG_TEXT_FN(link.thread, 3, ANDROID_LOG_INFO, kTagManage, link.too_long, batch->text());
+        ATLOG_TEXT_FN(link.thread, kLogState, ANDROID_LOG_INFO, kTagManage, link.too_long, batch->text());
         batch->clear();
         break;
     case BatchState::kComplete:
-        ATLOG_TEXT_FN(link.thread, 3, ANDROID_LOG_INFO, kTagManage, link.batch,
+        ATLOG_TEXT_FN(link.thread, kLogState, ANDROID_LOG_INFO, kTagManage, link.batch,
                       strlen(batch->text()), batch->text());
         hand_to_parser(batch->text(), link.source());
         batch->clear();
@@ -133,7 +133,7 @@ using namespace atcmd;
 // negative it is not read at all.
 void *atcmder_uartRx_thread(void *) {
     prctl(PR_SET_NAME, "uartRx_thread");
-    ATLOGI(3, kTagManage, "atcmder_uartRx_thread is running!");
+    ATLOGI(kLogState, kTagManage, "atcmder_uartRx_thread is running!");
     RxBatch batch;
     bool failing = false;  // nothing received since the last re-initialisation
     OwnFd own(&g_uart_fd);  // the thread reads through a duplicate of its own
@@ -144,7 +144,7 @@ void *atcmder_uartRx_thread(void *) {
                 failing = false;
                 continue;
             }
-            ATLOGI(3, kTagManage, "uart cannot receive data, uart will be re-init!");
+            ATLOGI(kLogState, kTagManage, "uart cannot receive data, uart will be re-init!");
         }
         if (failing) usleep(g_delays.uart_retry_pause);
         failing = true;
@@ -160,7 +160,7 @@ void *atcmder_uartRx_thread(void *) {
 void *atcmder_VuartRx_thread(void *) {
     RxBatch batch;
     prctl(PR_SET_NAME, "VuartRx_thread");
-    ATLOGI(3, kTagManage, "atcmder_VuartRx_thread is running!");
+    ATLOGI(kLogState, kTagManage, "atcmder_VuartRx_thread is running!");
     pthread_detach(pthread_self());
     // The thread reads through a duplicate of its own: the signal thread
     // closes g_vuart_fd when the node goes, and the number is free for the
@@ -170,7 +170,7 @@ void *atcmder_VuartRx_thread(void *) {
         const int fd = own.get();
         if (fd >= 0 && receive_once(kVuartRx, fd, &batch)) continue;
         own.reset();  // the next pass takes whatever g_vuart_fd holds then
-        ATLOGI(3, kTagManage, "Vuart cannot receive data!");
+        ATLOGI(kLogState, kTagManage, "Vuart cannot receive data!");
         usleep(g_delays.vuart_recheck_pause);
         if (usb_connected() == 0 || scan_acm_devices() == 0) return vuart_disappeared();
     }

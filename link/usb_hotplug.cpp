@@ -90,12 +90,12 @@ void tell_signal_thread(int sig) {
 
 void node_created(const char *name, bool is_dir) {
     if (is_dir) {
-        ATLOGI_FN(kEventFn, 4, kTagHotplug, "New directory %s created.", name);
+        ATLOGI_FN(kEventFn, atcmd::kLogDetail, kTagHotplug, "New directory %s created.", name);
         return;
     }
     int64_t n = note_node(name, true);
     if (n == -1) return;
-    ATLOGI_FN(kEventFn, 4, kTagHotplug, "New file %s created, dev_ACM is %ld.", name,
+    ATLOGI_FN(kEventFn, atcmd::kLogDetail, kTagHotplug, "New file %s created, dev_ACM is %ld.", name,
               static_cast<long>(n));
     tell_signal_thread(SIGUSR1);
 }
@@ -103,13 +103,13 @@ void node_created(const char *name, bool is_dir) {
 // g_dev_ACM keeps the removed node's number.
 void node_deleted(const char *name, bool is_dir) {
     if (is_dir) {
-        ATLOGI_FN(kEventFn, 4, kTagHotplug, "Directory %s deleted.", name);
+        ATLOGI_FN(kEventFn, atcmd::kLogDetail, kTagHotplug, "Directory %s deleted.", name);
         return;
     }
-    ATLOGI_FN(kEventFn, 4, kTagHotplug, "File %s deleted.", name);
+    ATLOGI_FN(kEventFn, atcmd::kLogDetail, kTagHotplug, "File %s deleted.", name);
     if (note_node(name, false) == -1) return;
     tell_signal_thread(SIGUSR2);
-    ATLOGI_FN(kEventFn, 4, kTagHotplug,
+    ATLOGI_FN(kEventFn, atcmd::kLogDetail, kTagHotplug,
               "event->name %s unplugged, vuart thread has been killed, g_vuart_fd is %d", name,
               relaxed_load(&g_vuart_fd));
 }
@@ -124,17 +124,17 @@ int64_t parse_dev_name(const char *name) {
 // Every ACM node present is announced, so with several the last one read
 // from the directory is the one g_dev_ACM and g_dev_ACM_name name.
 int scan_acm_devices(void) {
-    ATLOGI(3, kTagHotplug, "scan_acm_devices begin!");
+    ATLOGI(atcmd::kLogState, kTagHotplug, "scan_acm_devices begin!");
     DIR *dir = opendir(atcmd::SysPath("/dev").c_str());
     if (dir == nullptr) {
-        ATLOGE(0, kTagHotplug, "Could not open directory\n");
+        ATLOGE(atcmd::kLogAlways, kTagHotplug, "Could not open directory\n");
         return 0;
     }
     int found = 0;
     while (const dirent *entry = readdir(dir)) {
         int64_t n = note_node(entry->d_name, true);
         if (n == -1) continue;
-        ATLOGI(4, kTagHotplug, "ttyACM %ld is found", static_cast<long>(n));
+        ATLOGI(atcmd::kLogDetail, kTagHotplug, "ttyACM %ld is found", static_cast<long>(n));
         tell_signal_thread(SIGUSR1);
         found = 1;
     }
@@ -146,12 +146,12 @@ int inotify_input_event(void) {
     int fd = inotify_init1(IN_CLOEXEC);
     if (fd < 0) {
         int err = errno;
-        ATLOGE(0, kTagHotplug, "inotify_init, errno:%d, errstr:%s\n", err, strerror(err));
+        ATLOGE(atcmd::kLogAlways, kTagHotplug, "inotify_init, errno:%d, errstr:%s\n", err, strerror(err));
         return -1;
     }
     if (inotify_add_watch(fd, atcmd::SysPath("/dev").c_str(), IN_CREATE | IN_DELETE) < 0) {
         int err = errno;
-        ATLOGE(0, kTagHotplug, "inotify_add_watch, errno:%d, errstr:%s\n", err, strerror(err));
+        ATLOGE(atcmd::kLogAlways, kTagHotplug, "inotify_add_watch, errno:%d, errstr:%s\n", err, strerror(err));
         close(fd);
         return -1;
     }
@@ -168,12 +168,12 @@ int dev_hotplug_init(void) {
     const int epfd = epoll_create1(EPOLL_CLOEXEC);
     if (epfd < 0) {
         int err = errno;
-        ATLOGE(0, kTagHotplug, "Create epoll instance, errno:%d, errstr:%s\n", err, strerror(err));
+        ATLOGE(atcmd::kLogAlways, kTagHotplug, "Create epoll instance, errno:%d, errstr:%s\n", err, strerror(err));
         return -6;
     }
     const int inotify = inotify_input_event();
     if (inotify < 0) {
-        ATLOGE(0, kTagHotplug, "inotify_input_event\n");
+        ATLOGE(atcmd::kLogAlways, kTagHotplug, "inotify_input_event\n");
         close(epfd);
         return -22;
     }
@@ -187,13 +187,13 @@ int dev_hotplug_init(void) {
     ev.data.fd = inotify;
     if (epoll_ctl(epfd, EPOLL_CTL_ADD, inotify, &ev) < 0) {
         int err = errno;
-        ATLOGE(0, kTagHotplug, "Set epoll_ctl, errno:%d, errstr:%s\n", err, strerror(err));
+        ATLOGE(atcmd::kLogAlways, kTagHotplug, "Set epoll_ctl, errno:%d, errstr:%s\n", err, strerror(err));
     }
     publish(&fd_inotify_input, inotify);
     publish(&epfd_hid_devs, epfd);
 
     if (pthread_create(&g_find_acmdev_thread, nullptr, handler_acm_devs_epoll, nullptr) != 0) {
-        ATLOGE(0, kTagHotplug, "pthread_create error\n");
+        ATLOGE(atcmd::kLogAlways, kTagHotplug, "pthread_create error\n");
         return -4;
     }
     return 0;
@@ -202,7 +202,7 @@ int dev_hotplug_init(void) {
 // The watcher thread; it runs for the life of the process.
 void *handler_acm_devs_epoll(void *) {
     prctl(PR_SET_NAME, "devEpoll_process");  // the kernel keeps 15 characters of it
-    ATLOGI(3, kTagHotplug, "handler_acm_devs_epoll thread is running");
+    ATLOGI(atcmd::kLogState, kTagHotplug, "handler_acm_devs_epoll thread is running");
     epoll_event events[kMaxEpollEvents];
     for (;;) {
         int n = epoll_wait(acquire_load(&epfd_hid_devs), events, kMaxEpollEvents, -1);
@@ -218,7 +218,7 @@ int dev_event_process(void) {
     ssize_t n = read(acquire_load(&fd_inotify_input), buf, sizeof buf);
     if (n < 0) {
         int err = errno;
-        ATLOGE(0, kTagHotplug, "read, errno:%d, errstr:%s", err, strerror(err));
+        ATLOGE(atcmd::kLogAlways, kTagHotplug, "read, errno:%d, errstr:%s", err, strerror(err));
         return -1;
     }
     size_t end = static_cast<size_t>(n);
@@ -245,12 +245,12 @@ int kavren_plugged(void) { return atcmd::kavren_node_plugged(atcmd::acm_node_sna
 void notify_usbevent(void) {
     const system_status_t *st = atcmd::device_status();
     if (st == nullptr) {
-        ATLOGE(0, kTagHotplug, "no device, usb event not sent");
+        ATLOGE(atcmd::kLogAlways, kTagHotplug, "no device, usb event not sent");
         return;
     }
     int32_t evt[2] = {relaxed_load(&st->usbdev_sts.usb_connected),
                       relaxed_load(&st->usbdev_sts.usb_devinfo)};
-    ATLOGI(4, kTagHotplug, "Notify usb evt %d %d", evt[0], evt[1]);
+    ATLOGI(atcmd::kLogDetail, kTagHotplug, "Notify usb evt %d %d", evt[0], evt[1]);
     AT_CMD_CbMsg_t msg = {ATCMD_ID_USBSTATE, 0, evt};
     atcmd::notify_client(&msg);
 }
@@ -292,14 +292,14 @@ int kavren_node_plugged(const char *name) {
     constexpr char kFn[] = "kavren_plugged";
     char path[128], text[1024], match[32];
     const bool readable = read_uevent(name, path, text);
-    ATLOGI_FN(kFn, 4, kTagManage, "ttyACM node name:%s", path);
+    ATLOGI_FN(kFn, atcmd::kLogDetail, kTagManage, "ttyACM node name:%s", path);
     if (!readable) {
-        ATLOGE_FN(kFn, 0, kTagManage, "open node fail.");
+        ATLOGE_FN(kFn, atcmd::kLogAlways, kTagManage, "open node fail.");
         return 0;
     }
-    ATLOGI_FN(kFn, 4, kTagManage, "buf_read %s", text);
+    ATLOGI_FN(kFn, atcmd::kLogDetail, kTagManage, "buf_read %s", text);
     accessory_match(match);
-    ATLOGI_FN(kFn, 4, kTagManage, "buf_match %s", match);
+    ATLOGI_FN(kFn, atcmd::kLogDetail, kTagManage, "buf_match %s", match);
     return strstr(text, match) != nullptr ? 1 : 0;
 }
 

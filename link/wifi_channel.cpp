@@ -49,7 +49,7 @@ void retire_channel(bool receive_fifo_too) {
 }
 
 void log_not_unwatched(int epfd) {
-    ATLOGE_FN("stop_wifi_channel", 0, kTagManage,
+    ATLOGE_FN("stop_wifi_channel", kLogAlways, kTagManage,
                   "stop_wifi_channel Set epoll_ctl, epfd_socket is %d, g_fifo_rx_fd is %d, "
                   "errno:%d, errstr:%s\n",
               epfd, relaxed_load(&g_fifo_rx_fd), errno, strerror(errno));
@@ -96,13 +96,13 @@ int Socket_Fifo_Init(void) {
     const int tx = open(SysPath(kFifoTx).c_str(), O_RDWR | O_CLOEXEC);
     if (tx >= 0) fd_publish(&g_fifo_tx_fd, tx);
     if (rx < 0 || tx < 0) {
-        ATLOGE(0, kTagManage, "cannot open device: %s\n", kFifoRx);
+        ATLOGE(kLogAlways, kTagManage, "cannot open device: %s\n", kFifoRx);
         return 10;
     }
 
     const int epfd = epoll_create1(0);
     if (epfd < 0) {
-        ATLOGE(0, kTagManage, "Create epoll instance, errno:%d, errstr:%s\n", errno,
+        ATLOGE(kLogAlways, kTagManage, "Create epoll instance, errno:%d, errstr:%s\n", errno,
                strerror(errno));
         return 11;
     }
@@ -115,10 +115,10 @@ int Socket_Fifo_Init(void) {
     // finds nothing to wait for, as it always has.
     fd_publish(&epfd_socket, epfd);
     if (!watched) {
-        ATLOGE(0, kTagManage, "Set epoll_ctl, errno:%d, errstr:%s\n", err, strerror(err));
+        ATLOGE(kLogAlways, kTagManage, "Set epoll_ctl, errno:%d, errstr:%s\n", err, strerror(err));
         return 11;
     }
-    ATLOGI(3, kTagManage, "FIFO_RX and FIFO_TX open successfully!");
+    ATLOGI(kLogState, kTagManage, "FIFO_RX and FIFO_TX open successfully!");
     return 0;
 }
 
@@ -131,7 +131,7 @@ void stop_wifi_channel(void) {
     }
     end_alarm_thread(&g_wifiRx_thread);
     retire_channel(true);
-    ATLOGI(3, kTagManage, "wifi channel has been closed and wifiRx_thread has been killed!");
+    ATLOGI(kLogState, kTagManage, "wifi channel has been closed and wifiRx_thread has been killed!");
 }
 
 int wifi_Chan_ReInit(void) {
@@ -140,10 +140,10 @@ int wifi_Chan_ReInit(void) {
     if (st == nullptr) return r;
     const int32_t platform = relaxed_load(&st->platform);
     if (platform == ATCMD_PLATFORM_VUART) {
-        ATLOGI(3, kTagManage, "Hid_daemon stopped, begin re-init wifi server!");
+        ATLOGI(kLogState, kTagManage, "Hid_daemon stopped, begin re-init wifi server!");
         r = property_set(kPropHidCmd, kCmdStartServer);
     } else if (platform == ATCMD_PLATFORM_UART) {
-        ATLOGI(3, kTagManage, "Hid_daemon stopped, begin re-init wifi client with serverIP %s!",
+        ATLOGI(kLogState, kTagManage, "Hid_daemon stopped, begin re-init wifi client with serverIP %s!",
                st->ipaddr);
         property_set(kPropHidSts, st->ipaddr);
         r = property_set(kPropHidCmd, kCmdStartClient);

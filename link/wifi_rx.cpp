@@ -62,13 +62,13 @@ void *atcmder_wifiRx_thread(void *) {
     atcmd::install_thread_exit_handler();
     atcmd::RxBatch batch;
     prctl(PR_SET_NAME, "wifiRx_thread");
-    ATLOGI(3, atcmd::kTagManage, "atcmder_wifiRx_thread is running!");
+    ATLOGI(atcmd::kLogState, atcmd::kTagManage, "atcmder_wifiRx_thread is running!");
 
     for (int fd; (fd = atcmd::acquire_load(&g_fifo_rx_fd)) >= 0;) {
         if (!atcmd::receive_once(kWifiRx, fd, &batch))
             atcmd::sleep_until_exit_signal(kFailedWaitPauseUs);
     }
     atcmd::leave_alarm_thread(&g_wifiRx_thread);
-    ATLOGI(3, atcmd::kTagManage, "atcmder_wifiRx_thread exits!");
+    ATLOGI(atcmd::kLogState, atcmd::kTagManage, "atcmder_wifiRx_thread exits!");
     return nullptr;
 }

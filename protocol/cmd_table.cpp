@@ -149,7 +149,7 @@ int command_row(const char *name, size_t n) { return letter_group_row(name, n, t
 int findAtCmdIdx(const char *text, uint8_t *idx) {
     if (text == nullptr || idx == nullptr) return 0;
     if (strlen(text) < 4 || text[0] != 'A' || text[1] != 'T') {
-        ATLOGE(0, atcmd::kTagParse, "Invalidate AT command!");
+        ATLOGE(atcmd::kLogAlways, atcmd::kTagParse, "Invalidate AT command!");
         return 0;
     }
     int row = atcmd::command_row(text + 2, strlen(text + 2));

@@ -31,11 +31,11 @@ void atcmder_post_parse_process(AtCmder_t *cmd) {
     if (cmd == nullptr) return;
     atcmd::LinkStatus st;
     if (!atcmd::read_link_status(&st)) {
-        ATLOGE(0, kTagParse, "no device: line queued for local dispatch, flag is %d", cmd->flag);
+        ATLOGE(atcmd::kLogAlways, kTagParse, "no device: line queued for local dispatch, flag is %d", cmd->flag);
         atcmd::queue_put(atcmd::kRxQueue, cmd);
         return;
     }
-    ATLOGI(4, kTagParse, "current platform is %d, mode is %d, flag is %d", st.platform, st.mode,
+    ATLOGI(atcmd::kLogDetail, kTagParse, "current platform is %d, mode is %d, flag is %d", st.platform, st.mode,
            cmd->flag);
 
     if (is_relayed(cmd, st)) {
@@ -56,7 +56,7 @@ int atcmder_dispatch(AtCmder_t *cmd) {
     if (cmd == nullptr) return 0;
     if (cmd->cmd_id >= ATCMD_NUM_CMDS) {
         // Only the frame parser feeds Rx_head, but the queue is exported.
-        ATLOGE(0, kTagManage, "atcmder_dispatch cmd_id %u out of range, data is %s", cmd->cmd_id,
+        ATLOGE(atcmd::kLogAlways, kTagManage, "atcmder_dispatch cmd_id %u out of range, data is %s", cmd->cmd_id,
                cmd->data != nullptr ? cmd->data : "");
         return 0;
     }
@@ -65,13 +65,13 @@ int atcmder_dispatch(AtCmder_t *cmd) {
 
     atcmd::LinkStatus st;
     if (!atcmd::read_link_status(&st)) {
-        ATLOGE(0, kTagManage, "atcmder_dispatch no device, timeout queue left alone, data is %s",
+        ATLOGE(atcmd::kLogAlways, kTagManage, "atcmder_dispatch no device, timeout queue left alone, data is %s",
                cmd->data != nullptr ? cmd->data : "");
         return 0;
     }
     if (cmd->flag == st.platform && cmd->type == ATCMD_TYPE_RESPONSE && cmd->seq_num != 0)
         rmTimeoutItem(cmd);
-    ATLOGI(4, kTagManage, "atcmder_dispatch type is %u, flag is %u, platform is %d, data is %s",
+    ATLOGI(atcmd::kLogDetail, kTagManage, "atcmder_dispatch type is %u, flag is %u, platform is %d, data is %s",
            cmd->type, cmd->flag, st.platform, cmd->data != nullptr ? cmd->data : "");
     return 0;
 }
@@ -80,7 +80,7 @@ int atcmder_dispatch(AtCmder_t *cmd) {
 // Parsers and the client's callback run on it.
 void *atcmder_dispatch_thread(void *) {
     prctl(PR_SET_NAME, "dispatch_thread");
-    ATLOGI(3, kTagManage, "atcmder_dispatch_thread thread is running");
+    ATLOGI(atcmd::kLogState, kTagManage, "atcmder_dispatch_thread thread is running");
     for (;;) {
         atcmd::queue_wait_not_empty(atcmd::kRxQueue);
 
@@ -91,7 +91,7 @@ void *atcmder_dispatch_thread(void *) {
             memset(text, 0, sizeof text);
             cmd.data = text;
             if (atcmder_dequeue(&Rx_head, &g_rxqueue_mutex, &cmd) != ATCMD_Q_OK) continue;
-            ATLOGI(4, kTagManage, "atcmder_dispatch_thread source is %u, data is %s", cmd.source,
+            ATLOGI(atcmd::kLogDetail, kTagManage, "atcmder_dispatch_thread source is %u, data is %s", cmd.source,
                    text);
             atcmder_dispatch(&cmd);
         }

@@ -105,7 +105,7 @@ template <size_t N>
 unsigned int number_list(const char *func, const char *line, int32_t *out, const char *what) {
     if (line == nullptr || out == nullptr) return kErrValue;
     if (!read_number_list<N>(line, out)) {
-        ATLOGE_FN(func, 0, kTagParse, "%s, raw data is %s! ", what, line);
+        ATLOGE_FN(func, atcmd::kLogAlways, kTagParse, "%s, raw data is %s! ", what, line);
         return kErrValue;
     }
     return 0;
@@ -154,7 +154,7 @@ unsigned int getVerInfo_fromCmdString(const char *line, char block[256]) {
             copy_bounded(slot, kVerSlots[i].size, "NULL", 4);
         else
             copy_bounded(slot, kVerSlots[i].size, colon + 1, n);
-        ATLOGI(4, kTagParse, "ver item %d is %s", static_cast<int>(i), slot);
+        ATLOGI(atcmd::kLogDetail, kTagParse, "ver item %d is %s", static_cast<int>(i), slot);
         pos = end;
     }
     return 0;

@@ -129,7 +129,7 @@ bool read_whole_line(const char *line, size_t n, LineFields *out) {
 // text go to the hand-off.
 void hand_off(AtCmder_t *cmd, const char *text) {
     atcmder_post_parse_process(cmd);
-    ATLOGI_FN(kParseFn, 3, kTagParse,
+    ATLOGI_FN(kParseFn, atcmd::kLogState, kTagParse,
               "Get one line cmd: idx is %u ,  seq num is %d, flag is %d, cmd is %s", cmd->cmd_id,
               cmd->seq_num, cmd->flag, text);
 }
@@ -197,7 +197,7 @@ int parse(AtCmder_t *cmd, const char *buffer, bool whole_lines) {
         if (count >= kMaxLine) {
             // The old text is deliberately not cleared: a line that starts
             // here overwrites it from the first position.
-            ATLOGI_FN(kParseFn, 4, kTagParse, "Cmd  is too long and not supported!");
+            ATLOGI_FN(kParseFn, atcmd::kLogDetail, kTagParse, "Cmd  is too long and not supported!");
             count = 0;
             state = State::kIdle;
         }
@@ -228,7 +228,7 @@ int parse(AtCmder_t *cmd, const char *buffer, bool whole_lines) {
             } else {
                 find_next_nl();
                 if (next_nl < len) pos = next_nl;
-                ATLOGI_FN(kParseFn, 4, kTagParse, "Cmd is not supported!");
+                ATLOGI_FN(kParseFn, atcmd::kLogDetail, kTagParse, "Cmd is not supported!");
                 clear();
             }
             ++pos;
@@ -239,7 +239,7 @@ int parse(AtCmder_t *cmd, const char *buffer, bool whole_lines) {
             if (c != '\r' && c != '=' && c != '#') break;
             uint8_t idx = 0;
             if (!findResCmdIdx(stored(), &idx)) {
-                ATLOGI_FN(kParseFn, 3, kTagParse, "Cmd  %s is not supported!", text);
+                ATLOGI_FN(kParseFn, atcmd::kLogState, kTagParse, "Cmd  %s is not supported!", text);
                 drop_line();
                 continue;  // Idle discards the rest of the line
             }
@@ -254,7 +254,7 @@ int parse(AtCmder_t *cmd, const char *buffer, bool whole_lines) {
             if (c == '=') cmd->type = ATCMD_TYPE_SET;
             if (c == '?') cmd->type = ATCMD_TYPE_QUERY;
             if (!findAtCmdIdx(stored(), &cmd->cmd_id)) {
-                ATLOGI_FN(kParseFn, 3, kTagParse, "Cmd  %s is not supported!", text);
+                ATLOGI_FN(kParseFn, atcmd::kLogState, kTagParse, "Cmd  %s is not supported!", text);
                 drop_line();
                 continue;
             }
@@ -292,7 +292,7 @@ int parse(AtCmder_t *cmd, const char *buffer, bool whole_lines) {
         case State::kLineEnd:
             store(c);
             if (c != '\n') {
-                ATLOGI_FN(kParseFn, 3, kTagParse, "Cmd  %s is not supported!", stored());
+                ATLOGI_FN(kParseFn, atcmd::kLogState, kTagParse, "Cmd  %s is not supported!", stored());
                 drop_line();
                 continue;  // the character may begin the next line
             }

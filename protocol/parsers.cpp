@@ -187,7 +187,7 @@ namespace {
 bool identity_reply(const char *parser, AtCmder_t *cmd, uint8_t row, char *field, size_t size,
                     const char *error, const char *value_log) {
     if (!read_field(parser, cmd, error, field, size)) return false;
-    ATLOG_TEXT_FN(parser, 4, ANDROID_LOG_INFO, kTagParse, value_log, cmd->source, cmd->cmd_id,
+    ATLOG_TEXT_FN(parser, kLogDetail, ANDROID_LOG_INFO, kTagParse, value_log, cmd->source, cmd->cmd_id,
                   cmd->data, field);
     notify(row, cmd, field);
     return true;
@@ -226,7 +226,7 @@ unsigned int TYPE_parser(AtCmder_t *cmd) {
     else if (strcmp(type, type_without_wifi) == 0)
         model = 2;
     g_kavren_devInfo.model = model;
-    ATLOGI(4, kTagParse, "TYPE_parser g_kavren_devInfo.model is %d", model);
+    ATLOGI(kLogDetail, kTagParse, "TYPE_parser g_kavren_devInfo.model is %d", model);
     return 0;
 }
 
@@ -251,7 +251,7 @@ unsigned int VER_parser(AtCmder_t *cmd) {
         error_line(__func__, "Invalid verInfo info!");
         return 0;
     }
-    ATLOGI(4, kTagParse, "verinfo: %s, %s, %s, %s, %s, %s, %s\n", d.ver_item0, d.ver_item1,
+    ATLOGI(kLogDetail, kTagParse, "verinfo: %s, %s, %s, %s, %s, %s, %s\n", d.ver_item0, d.ver_item1,
            d.ver_item2, d.ver_item3, d.ver_item4, d.ver_item5, d.ver_item6);
     notify(ATCMD_ID_VER, cmd, d.ver_item0);
     return 0;
@@ -272,7 +272,7 @@ unsigned int mac_reply(const char *parser, AtCmder_t *cmd, uint8_t row, const ch
     }
     if (!read_field(parser, cmd, "Invalid BT MAC info!", mac, sizeof g_kavren_devInfo.mac))
         return 0;
-    ATLOG_TEXT_FN(parser, 4, ANDROID_LOG_INFO, kTagParse, value_log, mac, row);
+    ATLOG_TEXT_FN(parser, kLogDetail, ANDROID_LOG_INFO, kTagParse, value_log, mac, row);
     if (current_platform() == told_on) notify(row, cmd, mac);
     return 0;
 }
@@ -306,7 +306,7 @@ unsigned int STATE_parser(AtCmder_t *cmd) {
     int32_t state = -1;
     getstate_fromCmdString(cmd->data, &state);
     notify(ATCMD_ID_STATE, cmd, &state);
-    ATLOGI(4, kTagParse, "state status is %d", state);
+    ATLOGI(kLogDetail, kTagParse, "state status is %d", state);
     const system_status_t *st = device_status();
     if (st != nullptr && relaxed_load(&st->platform) == ATCMD_PLATFORM_VUART && state == 4 &&
         relaxed_load(&st->mode) == ATCMD_MODE_WIFI)
@@ -325,7 +325,7 @@ unsigned int USBSTATE_parser(AtCmder_t *cmd) {
     }
     system_status_t *st = device_status();
     if (st == nullptr) {
-        ATLOGE(0, kTagParse, "no device, usb state %d %d dropped", v[0], v[1]);
+        ATLOGE(kLogAlways, kTagParse, "no device, usb state %d %d dropped", v[0], v[1]);
         return 0;
     }
     relaxed_store(&st->usbdev_sts.usb_devinfo, v[1]);
@@ -337,7 +337,7 @@ unsigned int USBSTATE_parser(AtCmder_t *cmd) {
                       relaxed_load(&st->wifi_status) == 1 ? ATCMD_MODE_WIFI : ATCMD_MODE_NONE);
     notify_usbevent();
     relay_when_bridging(cmd, 0);
-    ATLOGI(3, kTagParse, "Current cast mode is %d", relaxed_load(&st->mode));
+    ATLOGI(kLogState, kTagParse, "Current cast mode is %d", relaxed_load(&st->mode));
     return 0;
 }
 
@@ -351,7 +351,7 @@ unsigned int PTEST_parser(AtCmder_t *cmd) {
     if (!read_field(__func__, cmd, "Invalid PTEST_parser cmd!", result, sizeof result)) return 0;
     const char *expected = (cmd->seq_num & 1) != 0 ? "987654321" : "123456789";
     if (strcmp(result, expected) != 0)
-        ATLOGI(4, kTagParse, "PTEST_parser error happens, result is %s, string should be %s",
+        ATLOGI(kLogDetail, kTagParse, "PTEST_parser error happens, result is %s, string should be %s",
                result, expected);
     return 0;
 }

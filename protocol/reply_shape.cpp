@@ -27,7 +27,7 @@ void open_line(const char *parser, const AtCmder_t *cmd, int level, const char *
 }
 
 void error_line(const char *parser, const char *error) {
-    ATLOGE_FN(parser, 0, kTagParse, "%s", error);
+    ATLOGE_FN(parser, atcmd::kLogAlways, kTagParse, "%s", error);
 }
 
 bool read_field(const char *parser, const AtCmder_t *cmd, const char *error, char *field,
@@ -71,7 +71,7 @@ bool number_reply(const char *parser, AtCmder_t *cmd, const NumberReply &r,
     }
     if (skipped_on_uart_side(r.options)) return true;
     if (r.value_log != nullptr)
-        ATLOG_TEXT_FN(parser, 4, ANDROID_LOG_INFO, kTagParse, r.value_log,
+        ATLOG_TEXT_FN(parser, atcmd::kLogDetail, ANDROID_LOG_INFO, kTagParse, r.value_log,
                       static_cast<long>(value), r.row, cmd->seq_num);
     notify(r.row, cmd, &value);
     if (r.relay != kNoRelay) relay_when_bridging(cmd, static_cast<uint8_t>(r.relay));
@@ -85,7 +85,7 @@ bool list_reply(const char *parser, AtCmder_t *cmd, const ListReply &r) {
         error_line(parser, r.error);
         return false;
     }
-    ATLOG_TEXT_FN(parser, 4, ANDROID_LOG_INFO, kTagParse, r.value_log, v[0], v[1], v[2], v[3],
+    ATLOG_TEXT_FN(parser, atcmd::kLogDetail, ANDROID_LOG_INFO, kTagParse, r.value_log, v[0], v[1], v[2], v[3],
                   v[4], v[5]);
     notify(r.row, cmd, v);
     if (r.relay != kNoRelay) relay_when_bridging(cmd, static_cast<uint8_t>(r.relay));

@@ -83,7 +83,7 @@ bool text_reply(const char *parser, AtCmder_t *cmd, uint8_t row, const char *err
 // The pieces, for parsers with rules of their own.
 
 // "<opens_as or parser> source is %u, idx is %u data is %s".
-void open_line(const char *parser, const AtCmder_t *cmd, int level = 4,
+void open_line(const char *parser, const AtCmder_t *cmd, int level = kLogDetail,
                const char *opens_as = nullptr);
 // Clears field, then copies the value into it (cut to size). False, after
 // the error line, when the line has no value.

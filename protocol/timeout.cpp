@@ -33,8 +33,6 @@ namespace {
 constexpr char kTimeoutThread[] = "atcmder_Timeout_thread";
 constexpr uint8_t kMaxResends = 2;
 constexpr useconds_t kScanPeriodUs = 10000;
-constexpr int32_t kErrTimedOut = -110;  // -ETIMEDOUT
-constexpr int32_t kErrNoDevice = -6;    // -ENXIO
 
 void notify_error(uint16_t seq_num, int32_t code) {
     // The payload is the one int32 value[0]. The callback learns no payload
@@ -52,7 +50,7 @@ void notify_error(uint16_t seq_num, int32_t code) {
 // its resend count; the transmit thread stamps it and queues it here anew.
 void resend_locked(atcmder_node_t *node) {
     ++node->cmd.resendtimes;
-    ATLOGI_FN(kTimeoutThread, 4, kTagManage, "Re-send timeout cmd: %d times: %d data: %s",
+    ATLOGI_FN(kTimeoutThread, atcmd::kLogDetail, kTagManage, "Re-send timeout cmd: %d times: %d data: %s",
               node->cmd.seq_num, node->cmd.resendtimes, node->text);
     node->cmd.data = node->text;
     atcmd::queue_put(atcmd::kTxQueue, &node->cmd);
@@ -80,7 +78,7 @@ void timeout_scan_locked(int64_t now_sec, int64_t now_usec) {
         } else {
             node->cmd.data = node->text;
             notifytimeout(&node->cmd);
-            ATLOGI_FN(kTimeoutThread, 4, kTagManage,
+            ATLOGI_FN(kTimeoutThread, atcmd::kLogDetail, kTagManage,
                       "No. %d atcmd has been removed since timeout, data is %s", node->cmd.seq_num,
                       node->text);
         }
@@ -94,7 +92,7 @@ void timeout_scan_locked(int64_t now_sec, int64_t now_usec) {
 void Init_TimeoutPara(void) {
     atcmd::LinkStatus st;
     if (!atcmd::read_link_status(&st)) {
-        ATLOGE(0, kTagParse, "no device: g_timeout stays %lu",
+        ATLOGE(atcmd::kLogAlways, kTagParse, "no device: g_timeout stays %lu",
                static_cast<unsigned long>(atcmd::relaxed_load(&g_timeout)));
         return;
     }
@@ -106,7 +104,7 @@ void Init_TimeoutPara(void) {
 // The timeout thread: sleeps while nothing awaits a reply, polls every 10 ms
 // while something does. Runs for the life of the process (no stop flag).
 void *atcmder_Timeout_thread(void *) {
-    ATLOGI(3, kTagManage, "atcmder_Timeout_thread thread is running");
+    ATLOGI(atcmd::kLogState, kTagManage, "atcmder_Timeout_thread thread is running");
     prctl(PR_SET_NAME, "Timeout_thread");
     for (;;) {
         atcmd::queue_wait_not_empty(atcmd::kTimeoutQueue);
@@ -134,7 +132,7 @@ int rmTimeoutItem(AtCmder_t *reply) {
         if (node->cmd.seq_num != reply->seq_num) continue;
         atcmd::queue_remove_locked(&Timeout_head, node);
         free(node);
-        ATLOGI(4, kTagManage, "No. %d atcmd has been removed!", reply->seq_num);
+        ATLOGI(atcmd::kLogDetail, kTagManage, "No. %d atcmd has been removed!", reply->seq_num);
         break;
     }
     return pthread_mutex_unlock(&g_timeoutqueue_mutex);
@@ -144,12 +142,12 @@ int rmTimeoutItem(AtCmder_t *reply) {
 // callback must not send anything that needs that lock on this thread.
 void notifytimeout(AtCmder_t *cmd) {
     if (cmd == nullptr) return;
-    ATLOGI(3, kTagParse, "Timeout happened, cmd is %s", cmd->data != nullptr ? cmd->data : "");
-    notify_error(cmd->seq_num, kErrTimedOut);
+    ATLOGI(atcmd::kLogState, kTagParse, "Timeout happened, cmd is %s", cmd->data != nullptr ? cmd->data : "");
+    notify_error(cmd->seq_num, ATCMD_ERR_REPLY_TIMEOUT);
 }
 
 // Runs on the UART receive thread when the port cannot be used.
 void notifyUartNotWork(void) {
-    ATLOGE(0, kTagParse, "uart does not work");
-    notify_error(0, kErrNoDevice);
+    ATLOGE(atcmd::kLogAlways, kTagParse, "uart does not work");
+    notify_error(0, ATCMD_ERR_UART_DOWN);
 }

@@ -32,7 +32,7 @@ constexpr char kTxProcess[] = "atcmder_Tx_process";
 bool current_links(const char *func, LinkStatus *links) {
     *links = {0, ATCMD_MODE_NONE};
     if (read_link_status(links)) return true;
-    ATLOGE_FN(func, 0, kTagManage, "no device, no link to send on");
+    ATLOGE_FN(func, kLogAlways, kTagManage, "no device, no link to send on");
     return false;
 }
 
@@ -45,7 +45,7 @@ void watch_for_reply(const AtCmder_t &cmd) {
     copy.tv_sec = now.tv_sec;
     copy.tv_usec = now.tv_usec;
     queue_put(kTimeoutQueue, &copy);
-    ATLOGI_FN(kTxThread, 4, kTagManage, "Timeout buf enqueued cmd %s", cmd.data);
+    ATLOGI_FN(kTxThread, kLogDetail, kTagManage, "Timeout buf enqueued cmd %s", cmd.data);
 }
 
 // The transmit thread's links with their stall state; another thread that
@@ -68,12 +68,12 @@ bool ready(LinkWriter &link, const WriteEnd &end, const char *text) {
 int send_vuart(const char *text, size_t len) {
     WriteEnd end(t_links.vuart);
     if (end.fd() < 0) {
-        ATLOGE_FN(kTxProcess, 0, kTagManage, "Vuart is not open");
+        ATLOGE_FN(kTxProcess, kLogAlways, kTagManage, "Vuart is not open");
         return ATCMD_TX_VUART_CLOSED;
     }
     if (!ready(t_links.vuart, end, text)) return ATCMD_TX_DROPPED;
     VUART_Send(end.fd(), text, static_cast<int>(len));
-    ATLOGI_FN(kTxProcess, 4, kTagManage, "Vuart successfully send cmd len is %zu, data is %s", len,
+    ATLOGI_FN(kTxProcess, kLogDetail, kTagManage, "Vuart successfully send cmd len is %zu, data is %s", len,
               text);
     return 0;
 }
@@ -81,12 +81,12 @@ int send_vuart(const char *text, size_t len) {
 int send_uart(const char *text, size_t len) {
     WriteEnd end(t_links.uart);
     if (end.fd() < 0) {
-        ATLOGE_FN(kTxProcess, 0, kTagManage, "uart is not open");
+        ATLOGE_FN(kTxProcess, kLogAlways, kTagManage, "uart is not open");
         return ATCMD_TX_UART_CLOSED;
     }
     if (!ready(t_links.uart, end, text)) return ATCMD_TX_DROPPED;
     UART_Send(end.fd(), text, static_cast<int>(len));
-    ATLOGI_FN(kTxProcess, 4, kTagManage, "uart successfully send cmd data len %zu, data is %s", len,
+    ATLOGI_FN(kTxProcess, kLogDetail, kTagManage, "uart successfully send cmd data len %zu, data is %s", len,
               text);
     return 0;
 }
@@ -94,7 +94,7 @@ int send_uart(const char *text, size_t len) {
 // The WiFi FIFO ready for the text, or a result other than 0.
 int fifo_ready(const WriteEnd &end, const char *text) {
     if (end.fd() < 0) {
-        ATLOGE_FN(kTxProcess, 0, kTagManage, "wifi fifo is not opened!");
+        ATLOGE_FN(kTxProcess, kLogAlways, kTagManage, "wifi fifo is not opened!");
         return ATCMD_TX_FIFO_CLOSED;
     }
     return ready(t_links.fifo, end, text) ? 0 : ATCMD_TX_DROPPED;
@@ -106,9 +106,9 @@ int send_fifo_cast(const char *text, size_t len) {
     WriteEnd end(t_links.fifo);
     if (int r = fifo_ready(end, text)) return r;
     ssize_t n = write(end.fd(), text, len);
-    ATLOGI_FN(kTxProcess, 4, kTagManage, "wifi fifotx successfully send data %s", text);
+    ATLOGI_FN(kTxProcess, kLogDetail, kTagManage, "wifi fifotx successfully send data %s", text);
     if (n < 0) {
-        ATLOGE_FN(kTxProcess, 0, kTagManage, "atcmder_Tx_process fifotx fail to send data %s",
+        ATLOGE_FN(kTxProcess, kLogAlways, kTagManage, "atcmder_Tx_process fifotx fail to send data %s",
                   text);
         return ATCMD_TX_FIFO_WRITE_FAILED;
     }
@@ -120,10 +120,10 @@ int send_fifo_relay(const char *text, size_t len) {
     WriteEnd end(t_links.fifo);
     if (int r = fifo_ready(end, text)) return r;
     if (write(end.fd(), text, len) < 0) {
-        ATLOGE_FN(kTxProcess, 0, kTagManage, "wifi fifotx fails to write data %s", text);
+        ATLOGE_FN(kTxProcess, kLogAlways, kTagManage, "wifi fifotx fails to write data %s", text);
         return ATCMD_TX_FIFO_WRITE_FAILED;
     }
-    ATLOGI_FN(kTxProcess, 4, kTagManage, "wifi fifotx successfully send data %s", text);
+    ATLOGI_FN(kTxProcess, kLogDetail, kTagManage, "wifi fifotx successfully send data %s", text);
     return 0;
 }
 
@@ -141,7 +141,7 @@ using namespace atcmd;
 
 void *atcmder_Tx_thread(void *) {
     prctl(PR_SET_NAME, "Tx_thread");
-    ATLOGI(3, kTagManage, "atcmder_Tx_thread thread is running");
+    ATLOGI(kLogState, kTagManage, "atcmder_Tx_thread thread is running");
     for (;;) {
         queue_wait_not_empty(kTxQueue);
         while (!atcmder_empty_queue(&Tx_head, &g_txqueue_mutex)) {
@@ -155,7 +155,7 @@ void *atcmder_Tx_thread(void *) {
             if (current_links(__func__, &links) && awaits_reply(cmd, links.platform))
                 watch_for_reply(cmd);
             if (atcmder_Tx_process(&cmd) == 0)
-                ATLOGI(3, kTagManage,
+                ATLOGI(kLogState, kTagManage,
                        "atcmder_Tx_thread send cmd success,dest is %u, mode is %d, cmd is %s",
                        cmd.dest, links.mode, text);
         }
