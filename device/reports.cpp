@@ -11,6 +11,7 @@
 #include "core/log.h"
 #include "core/queue.h"
 #include "core/relaxed.h"
+#include "protocol/fields.h"
 
 using atcmd::kTagParse;
 
@@ -35,12 +36,6 @@ bool wait_for_property(const char *key, char (&value)[PROPERTY_VALUE_MAX]) {
     return retries < kPropertyRetries;
 }
 
-// 1 IDLE, 2 ACTIVE, 3 READY, 4 PWROFF, 5 UPDATE, 6 NOACK; "" for any other.
-const char *state_word(int32_t state) {
-    constexpr const char *kWords[] = {"IDLE", "ACTIVE", "READY", "PWROFF", "UPDATE", "NOACK"};
-    return state >= 1 && state <= 6 ? kWords[state - 1] : "";
-}
-
 int send_report(char *text, uint8_t dest, uint8_t cmd_id, uint16_t seq_num = 0,
                 uint8_t flag = 0) {
     AtCmder_t rec = {};
@@ -55,7 +50,7 @@ int send_report(char *text, uint8_t dest, uint8_t cmd_id, uint16_t seq_num = 0,
 
 int send_state(int32_t state, uint8_t dest) {
     char text[ATCMD_TEXT_MAX];
-    snprintf(text, sizeof text, "+STATE=%s\r\n", state_word(state));
+    snprintf(text, sizeof text, "+STATE=%s\r\n", atcmd::state_word(state));
     return send_report(text, dest, ATCMD_ID_STATE);
 }
 

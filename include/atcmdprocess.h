@@ -317,6 +317,19 @@ enum atcmd_cmd_id {
 
 #define ATCMD_NUM_CMDS 39
 
+/* The states a "+STATE" line carries as a word, as numbers: in the STATE
+ * message's payload and in send_stateToMPHONE's argument. INIT is only ever
+ * read, never sent. */
+enum atcmd_state {
+    ATCMD_STATE_IDLE = 1,
+    ATCMD_STATE_ACTIVE = 2,
+    ATCMD_STATE_READY = 3,
+    ATCMD_STATE_PWROFF = 4,
+    ATCMD_STATE_UPDATE = 5,
+    ATCMD_STATE_NOACK = 6,
+    ATCMD_STATE_INIT = 7
+};
+
 /* What the module itself reports in a message of cmd_id ATCMD_ID_ERROR
  * (the accessory's own "+ERROR" numbers are other values). */
 #define ATCMD_ERR_REPLY_TIMEOUT (-110) /* unanswered after two resends (-ETIMEDOUT) */

@@ -53,16 +53,25 @@ bool read_number_list(const char *line, int32_t *out) {
 struct StateWord {
     const char *word;
     int32_t code;
+    bool sent;  // INIT is read from the accessory, never sent to it
 };
 
 // Search order: "INIT" is tested before "UPDATE" and "NOACK", so a line that
 // holds more than one word takes INIT's code.
 constexpr StateWord kStateWords[] = {
-    {"IDLE", 1}, {"ACTIVE", 2}, {"READY", 3}, {"PWROFF", 4},
-    {"INIT", 7}, {"UPDATE", 5}, {"NOACK", 6},
+    {"IDLE", ATCMD_STATE_IDLE, true},     {"ACTIVE", ATCMD_STATE_ACTIVE, true},
+    {"READY", ATCMD_STATE_READY, true},   {"PWROFF", ATCMD_STATE_PWROFF, true},
+    {"INIT", ATCMD_STATE_INIT, false},    {"UPDATE", ATCMD_STATE_UPDATE, true},
+    {"NOACK", ATCMD_STATE_NOACK, true},
 };
 
 }  // namespace
+
+const char *atcmd::state_word(int32_t state) {
+    for (const StateWord &w : kStateWords)
+        if (w.code == state) return w.sent ? w.word : "";
+    return "";
+}
 
 unsigned int getvalue_fromCmdString(const char *line, int64_t *value) {
     if (line == nullptr || value == nullptr) return kErrValue;

@@ -1,11 +1,18 @@
-// Where getVerInfo_fromCmdString puts the seven version items in its
-// 256-byte block: the layout of the accessory record's version fields.
+// Field reading beyond the exported extractors: the "+STATE" words, and
+// where getVerInfo_fromCmdString puts the seven version items in its
+// 256-byte block (the layout of the accessory record's version fields).
 #ifndef ATCMD_PROTOCOL_FIELDS_H
 #define ATCMD_PROTOCOL_FIELDS_H
 
 #include <stddef.h>
+#include <stdint.h>
 
 namespace atcmd {
+
+// The word a "+STATE" report carries for state (ATCMD_STATE_*); "" for a
+// state that is never sent (INIT, or any other number). The same table
+// reads the words back (getstate_fromCmdString).
+const char *state_word(int32_t state);
 
 struct VerSlot {
     size_t offset;

@@ -308,7 +308,8 @@ unsigned int STATE_parser(AtCmder_t *cmd) {
     notify(ATCMD_ID_STATE, cmd, &state);
     ATLOGI(kLogDetail, kTagParse, "state status is %d", state);
     const system_status_t *st = device_status();
-    if (st != nullptr && relaxed_load(&st->platform) == ATCMD_PLATFORM_VUART && state == 4 &&
+    if (st != nullptr && relaxed_load(&st->platform) == ATCMD_PLATFORM_VUART &&
+        state == ATCMD_STATE_PWROFF &&
         relaxed_load(&st->mode) == ATCMD_MODE_WIFI)
         atcmdprocess_wifi_stchange(0);
     return 0;
