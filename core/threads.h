@@ -2,6 +2,79 @@
 // (declared in the public header), signalling them, and the threads that are
 // ended from outside with SIGALRM (the WiFi receive and heartbeat threads),
 // since Android's libc has no pthread_cancel.
+//
+// Thread map. "Callbacks" are the client's notify_callback calls made on the
+// thread; a lock in brackets is taken inside a call the thread makes.
+//
+//   sigProcess_thread   started by open; runs plug, unplug, WiFi up and the
+//                       hand-shake, one signal at a time, for ever.
+//                       Opens and closes g_vuart_fd, opens the WiFi channel.
+//                       Locks: fd lock, hot-plug node lock, channel lock,
+//                       [Tx queue]. Callbacks: USB events.
+//   Tx_thread           started by open; the only writer on every link.
+//                       Locks: txbuffer_Mutex, g_txqueue_mutex, then
+//                       g_timeoutqueue_mutex (never both queue locks at once),
+//                       fd lock. Callbacks: none.
+//   dispatch_thread     started by open; runs the parsers.
+//                       Locks: rxbuffer_Mutex, g_rxqueue_mutex,
+//                       g_timeoutqueue_mutex, [Tx queue], [channel lock: the
+//                       parsers' WiFi tear-down]. Callbacks: parsed replies
+//                       and reports, USB events (POWEROFF, USBSTATE), WiFi
+//                       state.
+//   Timeout_thread      started by open; resends and reports time-outs.
+//                       Locks: timeoutbuffer_Mutex, g_timeoutqueue_mutex held
+//                       while it takes g_txqueue_mutex (the one nesting).
+//                       Callbacks: +ERROR -110, with the timeout queue locked.
+//   devEpoll_process    started by open on platform 1; watches /dev.
+//                       Locks: hot-plug node lock. Callbacks: none.
+//   uartRx_thread       started by open on platform 2 (or by a client);
+//                       reads and re-opens the UART. Locks: fd lock,
+//                       g_rxqueue_mutex, [Tx queue: relays].
+//                       Callbacks: +ERROR -6 when the UART cannot be opened.
+//   VuartRx_thread      started by the signal thread on a plug; ends itself
+//                       when the node goes. Locks: fd lock, g_rxqueue_mutex,
+//                       [Tx queue]. Callbacks: none.
+//   wifiRx_thread       started by the signal thread on "running"; ended with
+//                       SIGALRM and joined by the channel's close, under the
+//                       channel lock. Locks: g_rxqueue_mutex, [Tx queue].
+//                       Takes SIGALRM only in its waits. Callbacks: none.
+//   wifiHBeat_thread    started by the signal thread on "running"; ended with
+//                       SIGALRM and joined by wifi_stchange(0), outside the
+//                       channel lock (the thread may wait for that lock).
+//                       Locks: channel lock, fd lock. Takes SIGALRM only in
+//                       its sleep. Callbacks: none.
+//   client's threads    the device operations. wifi_stchange(0) holds the
+//                       channel lock; callbacks: WiFi state.
+//
+// The log file lock is taken by every statement of every thread, last.
+//
+// Descriptors that threads share (core/link_fd.h has the rule: publish once
+// set up, use a duplicate or the descriptor lock, retire before closing):
+//
+//   descriptor          opened by                used by                  closed by
+//   g_uart_fd           open (platform 2),       uartRx_thread (own dup), uartRx_thread on a
+//                       uartRx_thread            Tx_thread (own write-    failed read; close
+//                                                only description per     (parked)
+//                                                write)
+//   g_vuart_fd          signal thread (plug)     VuartRx_thread (dup),    signal thread (unplug,
+//                                                Tx_thread (as above),    re-plug); close
+//                                                signal thread (dup, to   (parked)
+//                                                judge the link)
+//   g_fifo_rx_fd        signal thread            wifiRx_thread, by        under the channel lock,
+//                       (Socket_Fifo_Init)       number                   after wifiRx_thread was
+//                                                                         ended and joined; close
+//                                                                         (parked)
+//   g_fifo_tx_fd        signal thread            Tx_thread (as above)     with g_fifo_rx_fd
+//   epfd_socket         signal thread            wifiRx_thread, by        with g_fifo_rx_fd
+//                                                number; EPOLL_CTL_DEL
+//                                                under the fd lock
+//   /dev/fifo_cmd       the caller of            that caller              that caller
+//                       stop_hiddemon
+//   fd_inotify_input,   open (published once     devEpoll_process         never
+//   epfd_hid_devs       both exist)
+//
+// "Parked": close does not stop the threads that use these, so it points each
+// number at an empty pipe rather than freeing it.
 #ifndef ATCMD_CORE_THREADS_H
 #define ATCMD_CORE_THREADS_H
 
