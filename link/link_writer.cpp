@@ -64,9 +64,16 @@ LinkWait LinkWriter::wait_writable(int fd) {
     }
 }
 
-void LinkWriter::drop(const char *func, LinkWait why, const char *text) {
+bool LinkWriter::ready(const WriteEnd &end, const char *text) {
+    const LinkWait wait = wait_writable(end.fd());
+    if (wait == LinkWait::kReady) return true;
+    drop(wait, text);
+    return false;
+}
+
+void LinkWriter::drop(LinkWait why, const char *text) {
     ++dropped_;
-    ATLOGE_FN(func, atcmd::kLogAlways, kTagManage, "%s %s, record dropped (%llu on this link): %s", name_,
+    ATLOGE_FN(kTransmitFn, atcmd::kLogAlways, kTagManage, "%s %s, record dropped (%llu on this link): %s", name_,
               why == LinkWait::kGone ? "went away" : "takes nothing",
               static_cast<unsigned long long>(dropped_), text);
 }

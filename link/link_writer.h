@@ -21,10 +21,16 @@
 
 namespace atcmd {
 
+// The sends of every link log as the transmit thread's routing function, as
+// the field logs always have.
+constexpr char kTransmitFn[] = "atcmder_Tx_process";
+
 constexpr int kStallAfterMs = 1000;
 constexpr int kPollSliceMs = 20;
 
 enum class LinkWait { kReady, kGone, kStalled };
+
+class WriteEnd;
 
 class LinkWriter {
 public:
@@ -37,9 +43,11 @@ public:
     // Waits, within the bounds above, until fd (from open) takes a line
     // without blocking.
     LinkWait wait_writable(int fd);
-    // Logs a record that could not go out (as func, the caller's function
-    // name), with the count of such records on this link.
-    void drop(const char *func, LinkWait why, const char *text);
+    // Logs a record that could not go out (as kTransmitFn), with the count
+    // of such records on this link.
+    void drop(LinkWait why, const char *text);
+    // True once end can take the text; false with the record dropped.
+    bool ready(const WriteEnd &end, const char *text);
     uint64_t dropped() const { return dropped_; }
 
 private:

@@ -20,6 +20,7 @@
 
 #include "core/log.h"
 #include "core/relaxed.h"
+#include "link/link_writer.h"
 #include "platform/sysroot.h"
 
 int g_uart_fd = -1;
@@ -232,6 +233,41 @@ LineError make_line_settings(int baud, int bits, char parity, int stop, termios 
     t.c_cc[VMIN] = 1;
     *out = t;
     return LineError::kNone;
+}
+
+namespace {
+
+// The transmit thread's serial links with their stall state; another thread
+// that sends gets its own.
+thread_local LinkWriter t_vuart{&g_vuart_fd, "Vuart"};
+thread_local LinkWriter t_uart{&g_uart_fd, "uart"};
+
+}  // namespace
+
+int vuart_transmit(const char *text, size_t len) {
+    WriteEnd end(t_vuart);
+    if (end.fd() < 0) {
+        ATLOGE_FN(kTransmitFn, kLogAlways, kTagManage, "Vuart is not open");
+        return ATCMD_TX_VUART_CLOSED;
+    }
+    if (!t_vuart.ready(end, text)) return ATCMD_TX_DROPPED;
+    VUART_Send(end.fd(), text, static_cast<int>(len));
+    ATLOGI_FN(kTransmitFn, kLogDetail, kTagManage,
+              "Vuart successfully send cmd len is %zu, data is %s", len, text);
+    return 0;
+}
+
+int uart_transmit(const char *text, size_t len) {
+    WriteEnd end(t_uart);
+    if (end.fd() < 0) {
+        ATLOGE_FN(kTransmitFn, kLogAlways, kTagManage, "uart is not open");
+        return ATCMD_TX_UART_CLOSED;
+    }
+    if (!t_uart.ready(end, text)) return ATCMD_TX_DROPPED;
+    UART_Send(end.fd(), text, static_cast<int>(len));
+    ATLOGI_FN(kTransmitFn, kLogDetail, kTagManage,
+              "uart successfully send cmd data len %zu, data is %s", len, text);
+    return 0;
 }
 
 }  // namespace atcmd

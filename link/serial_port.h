@@ -4,6 +4,7 @@
 #ifndef ATCMD_LINK_SERIAL_PORT_H
 #define ATCMD_LINK_SERIAL_PORT_H
 
+#include <stddef.h>
 #include <stdint.h>
 #include <termios.h>
 
@@ -17,6 +18,13 @@ enum class LineError { kNone, kDataSize, kParity, kStopBits };
 // error.
 LineError make_line_settings(int baud, int bits, char parity, int stop, termios *out);
 bool baud_is_known(int baud);
+
+// The transmit thread's sends on the two serial links: through a write end
+// of its own (link/link_writer.h), logged as atcmder_Tx_process. 0, or
+// ATCMD_TX_VUART_CLOSED / ATCMD_TX_UART_CLOSED, or ATCMD_TX_DROPPED; the
+// write's own result is logged by the send operation, not returned.
+int vuart_transmit(const char *text, size_t len);
+int uart_transmit(const char *text, size_t len);
 
 // "/dev/ttyACM" keeps room for 4 digits in its 16-byte path buffer.
 constexpr bool acm_number_fits(int64_t acm) { return acm >= 0 && acm <= 9999; }

@@ -20,6 +20,7 @@
 #include "core/log.h"
 #include "core/relaxed.h"
 #include "core/threads.h"
+#include "link/link_writer.h"
 #include "link/hid_protocol.h"
 #include "platform/sysroot.h"
 
@@ -72,6 +73,36 @@ void end_wifi_session() { __atomic_add_fetch(&g_wifi_session, 1, __ATOMIC_SEQ_CS
 void running_reported(uint32_t session) {
     __atomic_store_n(&g_running_session, session, __ATOMIC_SEQ_CST);
 }
+namespace {
+
+thread_local LinkWriter t_fifo{&g_fifo_tx_fd, "wifi fifo"};
+
+}  // namespace
+
+int wifi_transmit(const char *text, size_t len, WifiTransmit how) {
+    WriteEnd end(t_fifo);
+    if (end.fd() < 0) {
+        ATLOGE_FN(kTransmitFn, kLogAlways, kTagManage, "wifi fifo is not opened!");
+        return ATCMD_TX_FIFO_CLOSED;
+    }
+    if (!t_fifo.ready(end, text)) return ATCMD_TX_DROPPED;
+    const ssize_t n = write(end.fd(), text, len);
+    if (how == WifiTransmit::kCast) {
+        ATLOGI_FN(kTransmitFn, kLogDetail, kTagManage, "wifi fifotx successfully send data %s",
+                  text);
+        if (n >= 0) return 0;
+        ATLOGE_FN(kTransmitFn, kLogAlways, kTagManage,
+                  "atcmder_Tx_process fifotx fail to send data %s", text);
+        return ATCMD_TX_FIFO_WRITE_FAILED;
+    }
+    if (n < 0) {
+        ATLOGE_FN(kTransmitFn, kLogAlways, kTagManage, "wifi fifotx fails to write data %s", text);
+        return ATCMD_TX_FIFO_WRITE_FAILED;
+    }
+    ATLOGI_FN(kTransmitFn, kLogDetail, kTagManage, "wifi fifotx successfully send data %s", text);
+    return 0;
+}
+
 // A SIGURG that no status report sent (none taken yet) is acted on.
 bool running_still_current() {
     const uint32_t reported = __atomic_load_n(&g_running_session, __ATOMIC_SEQ_CST);

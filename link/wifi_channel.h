@@ -4,6 +4,7 @@
 #define ATCMD_LINK_WIFI_CHANNEL_H
 
 #include <pthread.h>
+#include <stddef.h>
 #include <stdint.h>
 
 namespace atcmd {
@@ -30,6 +31,14 @@ uint32_t wifi_session();
 void end_wifi_session();
 void running_reported(uint32_t session);
 bool running_still_current();
+
+// The transmit thread's send on /dev/fifo_tx, through a write end of its own
+// (link/link_writer.h), logged as atcmder_Tx_process: casting to the
+// accessory on platform 1 logs success before it knows the write's result,
+// relaying to the peer on platform 2 after; the two have always differed.
+// 0, ATCMD_TX_FIFO_CLOSED, ATCMD_TX_FIFO_WRITE_FAILED or ATCMD_TX_DROPPED.
+enum class WifiTransmit { kCast, kRelay };
+int wifi_transmit(const char *text, size_t len, WifiTransmit how);
 
 }  // namespace atcmd
 

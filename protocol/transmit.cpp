@@ -1,7 +1,7 @@
 // The transmit thread: the only writer on every link. It drains Tx_head, puts
 // each command that expects a reply on the timeout queue before sending it,
-// and writes the text to the one link that the device's platform and cast
-// mode and the record's dest select.
+// and hands the text to the one link that the device's platform and cast
+// mode and the record's dest select; each link's file does the write.
 #include "protocol/transmit.h"
 
 #include <string.h>
@@ -13,7 +13,8 @@
 #include "core/log.h"
 #include "core/queue.h"
 #include "core/relaxed.h"
-#include "link/link_writer.h"
+#include "link/serial_port.h"
+#include "link/wifi_channel.h"
 
 namespace atcmd {
 namespace {
@@ -23,9 +24,8 @@ namespace {
 constexpr uint8_t kFirstUnwatchedCmd = ATCMD_ID_WIFICON + 1;
 
 // The helpers below log as the function they work for, so that the log
-// names atcmder_Tx_thread and atcmder_Tx_process as it always has.
+// names atcmder_Tx_thread as it always has.
 constexpr char kTxThread[] = "atcmder_Tx_thread";
-constexpr char kTxProcess[] = "atcmder_Tx_process";
 
 // No device installed (before open, or in a process that drives the
 // protocol alone) means no link to choose: platform 0 selects none.
@@ -46,85 +46,6 @@ void watch_for_reply(const AtCmder_t &cmd) {
     copy.tv_usec = now.tv_usec;
     queue_put(kTimeoutQueue, &copy);
     ATLOGI_FN(kTxThread, kLogDetail, kTagManage, "Timeout buf enqueued cmd %s", cmd.data);
-}
-
-// The transmit thread's links with their stall state; another thread that
-// calls atcmder_Tx_process gets its own.
-struct TxLinks {
-    LinkWriter vuart{&g_vuart_fd, "Vuart"};
-    LinkWriter uart{&g_uart_fd, "uart"};
-    LinkWriter fifo{&g_fifo_tx_fd, "wifi fifo"};
-};
-thread_local TxLinks t_links;
-
-// True once end can take the text; false with the record dropped.
-bool ready(LinkWriter &link, const WriteEnd &end, const char *text) {
-    const LinkWait wait = link.wait_writable(end.fd());
-    if (wait == LinkWait::kReady) return true;
-    link.drop(kTxProcess, wait, text);
-    return false;
-}
-
-int send_vuart(const char *text, size_t len) {
-    WriteEnd end(t_links.vuart);
-    if (end.fd() < 0) {
-        ATLOGE_FN(kTxProcess, kLogAlways, kTagManage, "Vuart is not open");
-        return ATCMD_TX_VUART_CLOSED;
-    }
-    if (!ready(t_links.vuart, end, text)) return ATCMD_TX_DROPPED;
-    VUART_Send(end.fd(), text, static_cast<int>(len));
-    ATLOGI_FN(kTxProcess, kLogDetail, kTagManage, "Vuart successfully send cmd len is %zu, data is %s", len,
-              text);
-    return 0;
-}
-
-int send_uart(const char *text, size_t len) {
-    WriteEnd end(t_links.uart);
-    if (end.fd() < 0) {
-        ATLOGE_FN(kTxProcess, kLogAlways, kTagManage, "uart is not open");
-        return ATCMD_TX_UART_CLOSED;
-    }
-    if (!ready(t_links.uart, end, text)) return ATCMD_TX_DROPPED;
-    UART_Send(end.fd(), text, static_cast<int>(len));
-    ATLOGI_FN(kTxProcess, kLogDetail, kTagManage, "uart successfully send cmd data len %zu, data is %s", len,
-              text);
-    return 0;
-}
-
-// The WiFi FIFO ready for the text, or a result other than 0.
-int fifo_ready(const WriteEnd &end, const char *text) {
-    if (end.fd() < 0) {
-        ATLOGE_FN(kTxProcess, kLogAlways, kTagManage, "wifi fifo is not opened!");
-        return ATCMD_TX_FIFO_CLOSED;
-    }
-    return ready(t_links.fifo, end, text) ? 0 : ATCMD_TX_DROPPED;
-}
-
-// Casting over WiFi on platform 1. The success line is logged before the
-// write's result is known; that is how this path has always reported.
-int send_fifo_cast(const char *text, size_t len) {
-    WriteEnd end(t_links.fifo);
-    if (int r = fifo_ready(end, text)) return r;
-    ssize_t n = write(end.fd(), text, len);
-    ATLOGI_FN(kTxProcess, kLogDetail, kTagManage, "wifi fifotx successfully send data %s", text);
-    if (n < 0) {
-        ATLOGE_FN(kTxProcess, kLogAlways, kTagManage, "atcmder_Tx_process fifotx fail to send data %s",
-                  text);
-        return ATCMD_TX_FIFO_WRITE_FAILED;
-    }
-    return 0;
-}
-
-// Relaying to the WiFi peer on platform 2.
-int send_fifo_relay(const char *text, size_t len) {
-    WriteEnd end(t_links.fifo);
-    if (int r = fifo_ready(end, text)) return r;
-    if (write(end.fd(), text, len) < 0) {
-        ATLOGE_FN(kTxProcess, kLogAlways, kTagManage, "wifi fifotx fails to write data %s", text);
-        return ATCMD_TX_FIFO_WRITE_FAILED;
-    }
-    ATLOGI_FN(kTxProcess, kLogDetail, kTagManage, "wifi fifotx successfully send data %s", text);
-    return 0;
 }
 
 }  // namespace
@@ -173,10 +94,11 @@ int atcmder_Tx_process(AtCmder_t *cmd) {
     size_t len = strlen(text);
 
     if (links.platform == ATCMD_PLATFORM_VUART)
-        return links.mode == ATCMD_MODE_WIFI ? send_fifo_cast(text, len) : send_vuart(text, len);
+        return links.mode == ATCMD_MODE_WIFI ? wifi_transmit(text, len, WifiTransmit::kCast)
+                                             : vuart_transmit(text, len);
     if (links.platform == ATCMD_PLATFORM_UART)
         return cmd->dest == ATCMD_EP_MPHONE && links.mode == ATCMD_MODE_WIFI
-                   ? send_fifo_relay(text, len)
-                   : send_uart(text, len);
+                   ? wifi_transmit(text, len, WifiTransmit::kRelay)
+                   : uart_transmit(text, len);
     return 0;  // no link on any other platform
 }
