@@ -44,3 +44,23 @@ void notify_client(AT_CMD_CbMsg_t *msg) {
 }
 
 }  // namespace atcmd
+
+using namespace atcmd;
+
+// The USB event, a client message like the others here. Called by the
+// signal thread on plug and unplug and by the POWEROFF and USBSTATE parsers;
+// it logs under the hot-plug tag, where field engineers look for USB events.
+// The client receives the plugged flag first, then the accessory's device
+// value: the reverse of the order they are stored in.
+void notify_usbevent(void) {
+    const system_status_t *st = device_status();
+    if (st == nullptr) {
+        ATLOGE(kLogAlways, kTagHotplug, "no device, usb event not sent");
+        return;
+    }
+    int32_t evt[2] = {relaxed_load(&st->usbdev_sts.usb_connected),
+                      relaxed_load(&st->usbdev_sts.usb_devinfo)};
+    ATLOGI(kLogDetail, kTagHotplug, "Notify usb evt %d %d", evt[0], evt[1]);
+    AT_CMD_CbMsg_t msg = {ATCMD_ID_USBSTATE, 0, evt};
+    notify_client(&msg);
+}

@@ -240,21 +240,6 @@ int dev_event_process(void) {
 // name of the snapshot it works on.
 int kavren_plugged(void) { return atcmd::kavren_node_plugged(atcmd::acm_node_snapshot().name); }
 
-// The client receives the plugged flag first, then the accessory's device
-// value: the reverse of the order they are stored in.
-void notify_usbevent(void) {
-    const system_status_t *st = atcmd::device_status();
-    if (st == nullptr) {
-        ATLOGE(atcmd::kLogAlways, kTagHotplug, "no device, usb event not sent");
-        return;
-    }
-    int32_t evt[2] = {relaxed_load(&st->usbdev_sts.usb_connected),
-                      relaxed_load(&st->usbdev_sts.usb_devinfo)};
-    ATLOGI(atcmd::kLogDetail, kTagHotplug, "Notify usb evt %d %d", evt[0], evt[1]);
-    AT_CMD_CbMsg_t msg = {ATCMD_ID_USBSTATE, 0, evt};
-    atcmd::notify_client(&msg);
-}
-
 namespace atcmd {
 
 AcmNode acm_node_snapshot() {
