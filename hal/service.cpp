@@ -1,6 +1,7 @@
 // Start-up and shut-down of the service, and the signal thread that turns
 // the service signals into link changes. Everything else runs on threads
-// started here; this file depends on all of them and nothing depends on it.
+// started here: this is where the layers are put together, so it sits at
+// the top with the device object, and nothing below depends on it.
 #include <signal.h>
 #include <stdio.h>
 #include <string.h>
