@@ -14,7 +14,7 @@
 #include <ostream>
 #include <sstream>
 
-#include "console/decode.h"
+#include "client/message.h"
 #include "platform/property_errors.h"
 
 namespace atcmd_console {
@@ -153,7 +153,7 @@ void Console::callback(AT_CMD_CbMsg_t *msg) {
 
 void Console::on_message(const AT_CMD_CbMsg_t &msg) {
     // The message and its payload live only for this call.
-    std::string text = describe(msg, table_);
+    std::string text = atcmd_client::describe(msg, table_);
     stamp("client <- " + text);
     std::lock_guard<std::mutex> lk(msgs_mu_);
     msgs_.push_back(std::move(text));

@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "console/evidence.h"
-#include "console/loader.h"
+#include "client/loader.h"
 
 namespace atcmd_console {
 
@@ -78,7 +78,7 @@ public:
     // The module's log_level, and where its log goes (said by `log`).
     void set_log_destination(std::string where) { log_destination_ = std::move(where); }
 
-    Module &module() { return module_; }
+    atcmd_client::Module &module() { return module_; }
     atcmdprocess_device_t *device() const { return dev_; }
 
     // One line on the output stream, never interleaved with another: the
@@ -150,7 +150,7 @@ private:
     std::mutex print_mu_;  // one line at a time on both streams
     const std::chrono::steady_clock::time_point start_;
 
-    Module module_;
+    atcmd_client::Module module_;
     atcmdprocess_device_t *dev_ = nullptr;
     const at_cmd_t *table_ = nullptr;
     std::vector<ExtensionEntry> extensions_;

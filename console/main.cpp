@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "console/interpreter.h"
-#include "console/loader.h"
+#include "client/loader.h"
 #include "console/prompt.h"
 #include "platform/host/state_dir.h"
 
@@ -158,12 +158,12 @@ bool default_dir(const std::string &variant, std::string *dir, std::string *erro
     here.resize(here.rfind('/'));
     std::string parent = here.substr(0, here.rfind('/'));
     for (const std::string &candidate : {here, parent}) {
-        if (access(atcmd_console::module_path(candidate, variant).c_str(), F_OK) == 0) {
+        if (access(atcmd_client::module_path(candidate, variant).c_str(), F_OK) == 0) {
             *dir = candidate;
             return true;
         }
     }
-    *error = "no " + atcmd_console::module_path(".", variant).substr(2) + " in " + here +
+    *error = "no " + atcmd_client::module_path(".", variant).substr(2) + " in " + here +
              " or " + parent + "; use --dir";
     return false;
 }

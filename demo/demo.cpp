@@ -78,7 +78,7 @@ void run_session(const Options &o, const std::string &root, int report) {
     // drown the transcript; it is off unless asked for. Set before the open,
     // which already logs.
     if (!o.module_log) {
-        void *handle = dlopen(atcmd_console::module_path(o.dir).c_str(), RTLD_NOW);
+        void *handle = dlopen(atcmd_client::module_path(o.dir).c_str(), RTLD_NOW);
         if (auto *level = handle ? static_cast<int32_t *>(dlsym(handle, "log_level")) : nullptr)
             *level = -1;
     }

@@ -166,7 +166,7 @@ void SimCommands::wait_for_receive_thread_gone() {
 
 // The daemon, its WiFi peer answering as the accessory does.
 bool SimCommands::start_daemon() {
-    atcmd_console::Module &m = console_.module();
+    atcmd_client::Module &m = console_.module();
     daemon_ = std::make_unique<atsim::HidDaemon>(
         root_,
         atsim::PropertyStore{m.sym<int(const char *, char *, const char *)>("property_get"),
@@ -185,7 +185,7 @@ bool SimCommands::start_daemon() {
 // to platform 2 after open opens the UART and starts its receive thread,
 // which start-up does only for a device that was on platform 2 from open.
 bool SimCommands::open_uart(std::string *error) {
-    atcmd_console::Module &m = console_.module();
+    atcmd_client::Module &m = console_.module();
     if (!uart_.plug_uart()) {
         *error = "cannot present the UART";
         return false;

@@ -83,6 +83,7 @@ int main(int argc, char **argv) {
     atcmd::g_delays.daemon_exit_ack = 200 * 1000;
     atcmd::g_delays.uart_retry_pause = 200 * 1000;
     atcmd::g_delays.vuart_recheck_pause = 20 * 1000;
+    atcmd_test::CallbackSink::name_rows(AT_CMDS);  // the module is linked in
     auto &listeners = ::testing::UnitTest::GetInstance()->listeners();
     if (!death_child) listeners.Append(new FreshModulePerCase);
     return RUN_ALL_TESTS();

@@ -21,7 +21,7 @@
 #include <new>
 #include <sstream>
 
-#include "scenarios/module.h"
+#include "client/loader.h"
 
 namespace e2e {
 namespace {
@@ -167,12 +167,16 @@ pid_t spawn_module_child(const std::string &sysroot, Shared *sh, int log_level, 
     if (pid != 0) return pid;
     redirect_output(opt);
     g_child_shared = sh;
-    scenario::Module m(sysroot);
+    setenv("ATCMD_SYSROOT", sysroot.c_str(), 1);
+    atcmd_client::Module m;
+    std::string error;
+    if (!m.load_path(ATCMD_MODULE_PATH, &error)) _exit(3);
     int32_t *level = m.sym<int32_t>("log_level");
-    if (level == nullptr) _exit(3);
+    auto *set_prop = m.sym<int(const char *, const char *)>("property_set");
+    if (level == nullptr || set_prop == nullptr) _exit(3);
     if (log_level != kDefaultLogLevel) *level = log_level;
-    m.set_prop("net.bluetooth.macaddr", kMac);
-    atcmdprocess_device_t *dev = m.open();
+    set_prop("net.bluetooth.macaddr", kMac);
+    atcmdprocess_device_t *dev = m.open(&error);
     if (dev == nullptr) {
         sh->failed.store(1);
         wake(&sh->ready);

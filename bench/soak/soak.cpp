@@ -352,7 +352,7 @@ struct Child {
 // answer parsed.
 bool plug_and_settle(Child &c, atsim::Accessory &acc, const std::string &item) {
     bool up = acc.plug_usb(0) && acc.wait_for_count(scenario::query_burst(1, kMac).size(), 10s) &&
-              c.m.wait_told("11/11:'1.0.2'", 10s);
+              c.m.wait_told("+VER/11:'1.0.2'", 10s);
     if (!up) check(item + ": accessory plugged in and answered", false);
     return up;
 }
@@ -551,7 +551,7 @@ void item_plug_cycles(const Options &o, Child &c) {
         // found" ending), a race the module allows.
         const bool up = wait_until([&] { return usb_events(1) > plugged0; }) && wait_until([&] {
                             const Texts t = CallbackSink::described();
-                            return std::count(t.begin(), t.end(), "11/11:'1.0.2'") >= cycle;
+                            return std::count(t.begin(), t.end(), "+VER/11:'1.0.2'") >= cycle;
                         });
         std::this_thread::sleep_for(20ms);
         const auto pulled = Clock::now();
@@ -608,7 +608,7 @@ void item_silent(const Options &o, Child &c) {
     auto timeouts = [] {
         size_t k = 0;
         for (const atcmd_test::CapturedMsg &m : CallbackSink::messages())
-            k += m.cmd_id == ATCMD_ID_ERROR && m.i32[0] == -110;
+            k += m.cmd_id == ATCMD_ID_ERROR && m.i32[0] == ATCMD_ERR_REPLY_TIMEOUT;
         return k;
     };
     const auto t0 = Clock::now();
@@ -633,7 +633,7 @@ void item_silent(const Options &o, Child &c) {
         const auto k = static_cast<size_t>(std::count(got.begin(), got.end(), line(seq)));
         writes += k;
         thrice += k == 3;
-        once += std::count(told.begin(), told.end(), fmt("24/%d:-110", seq)) == 1;
+        once += std::count(told.begin(), told.end(), fmt("+ERROR/%d:-110", seq)) == 1;
     }
     row("silent: writes at the accessory", got.size(), 3 * static_cast<size_t>(n));
     row("silent: commands written exactly 3 times", thrice, static_cast<size_t>(n));
@@ -650,8 +650,8 @@ void item_stalled_daemon(const Options &, Child &c) {
     s_dev = c.m.device();
     daemon.on_status([](const std::string &text) { s_dev->hiddemon_stchange(text.c_str()); });
     // Up, and the query burst, which nobody answers over WiFi, timed out.
-    if (s_dev->wifi_init("192.168.1.7") != 0 || !c.m.wait_told("18/0:1", 10s) ||
-        !c.m.wait_told("24/11:-110", 10s))
+    if (s_dev->wifi_init("192.168.1.7") != 0 || !c.m.wait_told("+WIFICON/0:1", 10s) ||
+        !c.m.wait_told("+ERROR/11:-110", 10s))
         return check("stalled_daemon: WiFi up", false);
     std::this_thread::sleep_for(500ms);
     check("stalled_daemon: WiFi receive and heartbeat threads up",
@@ -721,7 +721,7 @@ void item_stalled_daemon(const Options &, Child &c) {
           global<pthread_t>(c.m, "g_wifiRx_thread") == 0 &&
               global<pthread_t>(c.m, "g_wifiHBeat_thread") == 0);
     atsim::Accessory acc(c.root, c.transcript);
-    if (!acc.plug_usb(0) || !c.m.wait_told("16/0:1,3", 10s))
+    if (!acc.plug_usb(0) || !c.m.wait_told("+USBSTATE/0:1,3", 10s))
         return check("stalled_daemon: USB accessory plugged after the stop", false);
     std::string after = "+DTR=AFTER\r\n";
     AtCmder_t rec = {};

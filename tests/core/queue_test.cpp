@@ -34,29 +34,29 @@ struct Q : ::testing::Test {
 TEST_F(Q, CopiesRecordAndTextInOrderAndRefusesNullArguments) {
     char text[32] = "AT+VER?#11&1\r\n";
     AtCmder_t rec{3, 2, 3, 1, 1, 11, 11, 1700000000, 7, text};
-    ASSERT_EQ(0u, atcmder_enqueue(&head, &lock, &rec));
+    ASSERT_EQ(ATCMD_Q_OK, atcmder_enqueue(&head, &lock, &rec));
     text[0] = 'X';  // the queue holds its own copy
-    ASSERT_EQ(0u, push("+OK\r\n"));
+    ASSERT_EQ(ATCMD_Q_OK, push("+OK\r\n"));
     AtCmder_t no_text{};
-    EXPECT_EQ(6u, atcmder_enqueue(&head, &lock, &no_text));
-    EXPECT_EQ(6u, atcmder_dequeue(&head, &lock, &no_text));
+    EXPECT_EQ(ATCMD_Q_NULL, atcmder_enqueue(&head, &lock, &no_text));
+    EXPECT_EQ(ATCMD_Q_NULL, atcmder_dequeue(&head, &lock, &no_text));
 
-    ASSERT_EQ(0u, pop());
+    ASSERT_EQ(ATCMD_Q_OK, pop());
     EXPECT_EQ(buf, out.data) << "dequeue writes into the caller's buffer";
     EXPECT_STREQ("AT+VER?#11&1\r\n", buf);
     EXPECT_EQ(0, memcmp(&rec, &out, offsetof(AtCmder_t, data)));
-    ASSERT_EQ(0u, pop());
+    ASSERT_EQ(ATCMD_Q_OK, pop());
     EXPECT_STREQ("+OK\r\n", buf);
-    EXPECT_EQ(9u, pop());
+    EXPECT_EQ(ATCMD_Q_NONE, pop());
     EXPECT_EQ(0, pthread_mutex_trylock(&lock)) << "an empty dequeue releases the lock";
     pthread_mutex_unlock(&lock);
     EXPECT_EQ(1, atcmder_empty_queue(&head, &lock));
 }
 
 TEST_F(Q, EmptyTextIsDroppedAndTheLockStaysHeld) {
-    ASSERT_EQ(0u, push(""));
-    ASSERT_EQ(0u, push("+OK\r\n"));
-    EXPECT_EQ(9u, pop());
+    ASSERT_EQ(ATCMD_Q_OK, push(""));
+    ASSERT_EQ(ATCMD_Q_OK, push("+OK\r\n"));
+    EXPECT_EQ(ATCMD_Q_NONE, pop());
     EXPECT_EQ(EBUSY, pthread_mutex_trylock(&lock));
     ASSERT_NE(nullptr, head.tqh_first);
     EXPECT_STREQ("+OK\r\n", head.tqh_first->text);
@@ -64,13 +64,13 @@ TEST_F(Q, EmptyTextIsDroppedAndTheLockStaysHeld) {
 }
 
 TEST_F(Q, OverLongTextsAreCutOrAbortButNeverDamageTheQueue) {
-    for (size_t len : {160u, 176u}) ASSERT_EQ(0u, push(std::string(len, 'x').c_str()));
-    ASSERT_EQ(0u, push("+OK\r\n"));
+    for (size_t len : {160u, 176u}) ASSERT_EQ(ATCMD_Q_OK, push(std::string(len, 'x').c_str()));
+    ASSERT_EQ(ATCMD_Q_OK, push("+OK\r\n"));
     for (int i = 0; i < 2; ++i) {
-        ASSERT_EQ(0u, pop());
+        ASSERT_EQ(ATCMD_Q_OK, pop());
         EXPECT_EQ(std::string(159, 'x'), buf);
     }
-    ASSERT_EQ(0u, pop());
+    ASSERT_EQ(ATCMD_Q_OK, pop());
     EXPECT_STREQ("+OK\r\n", buf);
     EXPECT_DEATH(push(std::string(177, 'x').c_str()), "buffer overflow detected");
 }
@@ -82,7 +82,7 @@ TEST_F(Q, ConcurrentProducersKeepTheirOrderAndLoseNothing) {
         producers.emplace_back([this, p] {
             for (int i = 0; i < kEach; ++i) {
                 std::string text = "+P=" + std::to_string(p) + "," + std::to_string(i) + "\r\n";
-                ASSERT_EQ(0u, push(text.c_str(), static_cast<uint16_t>(i), static_cast<uint8_t>(p)));
+                ASSERT_EQ(ATCMD_Q_OK, push(text.c_str(), static_cast<uint16_t>(i), static_cast<uint8_t>(p)));
             }
         });
     int next[kProducers] = {};

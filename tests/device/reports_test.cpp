@@ -92,7 +92,7 @@ TEST_F(Reports, WifiStateReachesTheClientAfterAPauseAndPlatform2TellsTheAccessor
     auto start = std::chrono::steady_clock::now();
     notify_wifi_state(1);
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(100));
-    EXPECT_EQ(Texts{"18/0:1"}, CallbackSink::described());
+    EXPECT_EQ(Texts{"+WIFICON/0:1"}, CallbackSink::described());
     EXPECT_EQ(Texts{}, sent()) << "platform 1 sends nothing";
 
     st.platform = 2;
@@ -101,7 +101,8 @@ TEST_F(Reports, WifiStateReachesTheClientAfterAPauseAndPlatform2TellsTheAccessor
     EXPECT_EQ((Texts{"2/3/18/18/2:AT+WIFICON=1#18&2\r\n", "2/3/18/18/2:AT+WIFICON=0#18&2\r\n",
                      "2/3/18/18/2:18&2\r\n"}),
               sent());
-    EXPECT_EQ((Texts{"18/0:1", "18/0:1", "18/0:0", "18/0:5"}), CallbackSink::described());
+    EXPECT_EQ((Texts{"+WIFICON/0:1", "+WIFICON/0:1", "+WIFICON/0:0", "+WIFICON/0:5"}),
+              CallbackSink::described());
 }
 
 }  // namespace

@@ -19,7 +19,7 @@ TEST(HalClose, ClosesLinksAndDrainsQueuesWhenNoServiceThreadRuns) {
     rec.data = text;
     for (atcmder_queue_t *q : {&Rx_head, &Tx_head, &Timeout_head}) {
         atcmder_queue_init(q);
-        ASSERT_EQ(0u, atcmder_enqueue(q, &g_txqueue_mutex, &rec));
+        ASSERT_EQ(ATCMD_Q_OK, atcmder_enqueue(q, &g_txqueue_mutex, &rec));
     }
     EXPECT_EQ(0, atcmder_hal_close());
     EXPECT_EQ(-1, g_uart_fd);

@@ -43,7 +43,7 @@ TEST_F(Hiddemon, HeartbeatRunningAndErrorTexts) {
 
     atcmdprocess_hiddemon_stchange("running, no error");  // the signal thread opens the link
     ASSERT_EQ(1u, CallbackSink::messages().size());
-    EXPECT_EQ(18, CallbackSink::messages()[0].cmd_id);
+    EXPECT_EQ(ATCMD_ID_WIFICON, CallbackSink::messages()[0].cmd_id);
     EXPECT_EQ(1, CallbackSink::messages()[0].i64);
 
     property_set("vendor.hid_cmd", "none");

@@ -96,8 +96,8 @@ TEST(UartRxThread, LinesFlowUntilThePortDiesThenRetriesWithPauses) {
         auto msgs = atcmd_test::CallbackSink::messages();
         EXPECT_LE(msgs.size(), 2 + static_cast<size_t>(pauses));
         for (const auto &m : msgs) {
-            EXPECT_EQ(24, m.cmd_id);
-            EXPECT_EQ(-6, m.i32[0]);
+            EXPECT_EQ(ATCMD_ID_ERROR, m.cmd_id);
+            EXPECT_EQ(ATCMD_ERR_UART_DOWN, m.i32[0]);
         }
         EXPECT_EQ(-1, atcmd::relaxed_load(&g_uart_fd));
     });

@@ -63,25 +63,28 @@ TEST_F(Parsers, ValuesReachTheClientAndTheOtherSideWhileBridging) {
         std::string lines;
         Texts told, relayed;
     } rows[] = {
-        {2, 1, "+SCREEN=1#17&2\r\n", {"17/17:1"}, {"5/1/0/0/0:+SCREEN=1#17&2\r\n"}},
-        {2, 1, "+ERROR=-5#9&2\r\n", {"24/9:-5"}, {"5/1/0/0/0:+ERROR=-5#9&2\r\n"}},
-        {2, 1, "+BAT=85,1,3900,250,1,0#9&2\r\n", {"9/9:85,1,3900,250,1,0"},
+        {2, 1, "+SCREEN=1#17&2\r\n", {"+SCREEN/17:1"}, {"5/1/0/0/0:+SCREEN=1#17&2\r\n"}},
+        {2, 1, "+ERROR=-5#9&2\r\n", {"+ERROR/9:-5"}, {"5/1/0/0/0:+ERROR=-5#9&2\r\n"}},
+        {2, 1, "+BAT=85,1,3900,250,1,0#9&2\r\n", {"+BAT/9:85,1,3900,250,1,0"},
          {"5/1/9/0/0:+BAT=85,1,3900,250,1,0#9&2\r\n"}},
         {2, 1, "+BATCG=1,2,3,4,5,6\r\n+HALLCG=1,0,7\r\n+HRM=35,40\r\n+HALL=1,0,7\r\n",
-         {"26/0:1,2,3,4,5,6", "31/0:1,0,7", "33/0:35,40", "12/0:1,0,7"},
+         {"+BATCG/0:1,2,3,4,5,6", "+HALLCG/0:1,0,7", "+HRM/0:35,40", "+HALL/0:1,0,7"},
          {"5/1/26/0/0:+BATCG=1,2,3,4,5,6\r\n", "5/1/0/0/0:+HALLCG=1,0,7\r\n",
           "5/1/0/0/0:+HRM=35,40\r\n"}},
-        {1, 1, "+SCREEN=0\r\n+ACC=-10,20,30\r\n", {"17/0:0", "29/0:-10,20,30"}, {}},
+        {1, 1, "+SCREEN=0\r\n+ACC=-10,20,30\r\n", {"+SCREEN/0:0", "+ACC/0:-10,20,30"}, {}},
         {1, -1,
          "+REBOOT=3\r\n+RESET=1\r\n+MICMODE=2\r\n+MODE=1\r\n+LIGHT=5\r\n+TEST=1\r\n+BKL=80#27&1\r\n",
-         {"0/0:3", "5/0:1", "19/0:2", "28/0:1", "30/0:5", "32/0:1", "27/27:80"}, {}},
-        {1, -1, "AT+WIFI=1\r\nAT+BT=1\r\n", {"20/0:1", "21/0:1"}, {}},
+         {"+REBOOT/0:3", "+RESET/0:1", "+MICMODE/0:2", "+MODE/0:1", "+LIGHT/0:5", "+TEST/0:1",
+          "+BKL/27:80"},
+         {}},
+        {1, -1, "AT+WIFI=1\r\nAT+BT=1\r\n", {"+WIFI/0:1", "+BT/0:1"}, {}},
         {2, -1, "AT+WIFI=1\r\nAT+BT=1\r\n+WIFI=1\r\n", {}, {}},  // "+WIFI" lands on "+WIFICON"
-        {2, -1, "+POWEROFF=2\r\n", {"4/0:2"}, {}},
-        {1, -1, "+POWEROFF=1\r\n", {"4/0:1", "16/0:0,0"}, {}},  // the USB link went with it
+        {2, -1, "+POWEROFF=2\r\n", {"+POWEROFF/0:2"}, {}},
+        {1, -1, "+POWEROFF=1\r\n", {"+POWEROFF/0:1", "+USBSTATE/0:0,0"}, {}},  // the USB link too
         {1, -1, "+DTR=abc\r\n+MMI1=x,y\r\nAT+PT=hello\r\n+PT=123456789#2&1\r\n",
-         {"34/0:'abc'", "36/0:'x,y'", "37/0:'hello'"}, {}},  // "+PT" lands on "+PTEST"
-        {1, -1, "+UPGRADE\r\n+RECOVERY\r\n+OK\r\n+TIME=1\r\n+SLEEP\r\n", {"1/0:-", "2/0:-"}, {}},
+         {"+DTR/0:'abc'", "+MMI1/0:'x,y'", "+PT/0:'hello'"}, {}},  // "+PT" lands on "+PTEST"
+        {1, -1, "+UPGRADE\r\n+RECOVERY\r\n+OK\r\n+TIME=1\r\n+SLEEP\r\n",
+         {"+UPGRADE/0:-", "+RECOVERY/0:-"}, {}},
     };
     for (const auto &r : rows) {
         on(r.platform, r.mode);
@@ -93,8 +96,8 @@ TEST_F(Parsers, ValuesReachTheClientAndTheOtherSideWhileBridging) {
 
 TEST_F(Parsers, IdentityRepliesFillTheRecordAndTellTheClientOnTheirPlatform) {
     on(1, -1);
-    EXPECT_EQ((Texts{"13/13:'KV5816A00123'", "14/14:'S-01'", "15/15:'KM5816N'", "11/11:'1.0.2'",
-                     "8/8:'AA:BB'"}),
+    EXPECT_EQ((Texts{"+SN/13:'KV5816A00123'", "+SID/14:'S-01'", "+TYPE/15:'KM5816N'",
+                     "+VER/11:'1.0.2'", "+BLEMAC/8:'AA:BB'"}),
               feed("+SN=KV5816A00123#13&1\r\n+SID=S-01#14&1\r\n+TYPE=KM5816N#15&1\r\n"
                    "+VER=MCU:1.0.2,BT:,WIFI:3.3,AML:V2023,TP:7,CAM:8,BOOT:9#11&1\r\n"
                    "+BLEMAC=AA:BB#8&1\r\n+BT=CC:DD#7&1\r\n"));
@@ -105,7 +108,7 @@ TEST_F(Parsers, IdentityRepliesFillTheRecordAndTellTheClientOnTheirPlatform) {
     EXPECT_STREQ("CC:DD", d.mac) << "+BT lands on +BTMAC, which tells the client on platform 2 only";
 
     on(2, -1);
-    EXPECT_EQ((Texts{"7/7:'EE:FF'"}), feed("+BTMAC=EE:FF#7&2\r\n+BLEMAC=11:22#8&2\r\n"));
+    EXPECT_EQ((Texts{"+BTMAC/7:'EE:FF'"}), feed("+BTMAC=EE:FF#7&2\r\n+BLEMAC=11:22#8&2\r\n"));
     EXPECT_STREQ("11:22", d.mac);
 
     // The client hears the model code before the model class changes.
@@ -159,21 +162,21 @@ TEST_F(Parsers, QueriesFromTheMcuAreAnsweredNotReported) {
 TEST_F(Parsers, UsbStateAndPowerOffChangeTheCastMode) {
     on(2, -1);
     st.wifi_status = 1;
-    EXPECT_EQ(Texts{"16/0:1,3"}, feed("+USBSTATE=1,3#16&2\r\n"));
+    EXPECT_EQ(Texts{"+USBSTATE/0:1,3"}, feed("+USBSTATE=1,3#16&2\r\n"));
     EXPECT_EQ(3, st.usbdev_sts.usb_devinfo);
     EXPECT_EQ(1, st.usbdev_sts.usb_connected);
     EXPECT_EQ(ATCMD_MODE_USB, st.mode);
-    EXPECT_EQ(Texts{"16/0:0,5"}, feed("+USBSTATE=0,5\r\n"));
+    EXPECT_EQ(Texts{"+USBSTATE/0:0,5"}, feed("+USBSTATE=0,5\r\n"));
     EXPECT_EQ(ATCMD_MODE_WIFI, st.mode) << "WiFi was requested";
     EXPECT_EQ(Texts{"5/1/0/0/0:+USBSTATE=0,5\r\n"}, sent()) << "now bridging: relayed";
 
     on(1, ATCMD_MODE_WIFI);
-    EXPECT_EQ((Texts{"10/0:4", "18/0:0"}), feed("+STATE=PWROFF\r\n"));
+    EXPECT_EQ((Texts{"+STATE/0:4", "+WIFICON/0:0"}), feed("+STATE=PWROFF\r\n"));
     EXPECT_EQ(0, st.wifi_status) << "the WiFi link was torn down";
     EXPECT_EQ(ATCMD_MODE_NONE, st.mode);
 
     on(2, ATCMD_MODE_WIFI);
-    EXPECT_EQ((Texts{"3/0:-", "18/0:0"}), feed("+SHUTDOWN\r\n"));
+    EXPECT_EQ((Texts{"+SHUTDOWN/0:-", "+WIFICON/0:0"}), feed("+SHUTDOWN\r\n"));
     EXPECT_EQ((Texts{"4/1/10/0/0:+STATE=PWROFF\r\n", "2/3/18/18/2:AT+WIFICON=0#18&2\r\n"}), sent());
     EXPECT_EQ("shutdown", prop("sys.powerctl"));
 }

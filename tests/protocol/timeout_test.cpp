@@ -99,9 +99,9 @@ TEST(TimeoutThread, UnansweredCommandIsSentThreeTimesThenReportedOnce) {
         EXPECT_EQ("", next_tx(500).text) << "nothing is sent after the report";
         auto msgs = CallbackSink::messages();
         ASSERT_EQ(1u, msgs.size());
-        EXPECT_EQ(24, msgs[0].cmd_id);
+        EXPECT_EQ(ATCMD_ID_ERROR, msgs[0].cmd_id);
         EXPECT_EQ(11, msgs[0].seq_num);
-        EXPECT_EQ(-110, msgs[0].i32[0]);
+        EXPECT_EQ(ATCMD_ERR_REPLY_TIMEOUT, msgs[0].i32[0]);
         EXPECT_EQ(1, atcmder_empty_queue(&Timeout_head, &g_timeoutqueue_mutex));
     });
 }

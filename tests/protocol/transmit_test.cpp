@@ -63,12 +63,12 @@ TEST_F(Links, EachPlatformModeAndDestPicksOneLink) {
         {2, 1, 3, kNone, 0, kUart, "uart successfully send cmd data len 14"},
         {2, 0, 1, kNone, 0, kUart, ""},
         {3, 1, 1, kNone, 0, kNone, ""},
-        {1, 0, 3, kVuart, 5, kNone, "Vuart is not open"},
-        {1, 1, 3, kFifo, 16, kNone, "wifi fifo is not opened!"},
-        {2, 1, 1, kFifo, 16, kNone, ""},
-        {2, 0, 3, kUart, 15, kNone, "uart is not open"},
-        {1, 1, 3, kFifoRefuses, 14, kNone, "fifotx fail to send data AT+VER?"},
-        {2, 1, 1, kFifoRefuses, 14, kNone, "fifotx fails to write data AT+VER?"}};
+        {1, 0, 3, kVuart, ATCMD_TX_VUART_CLOSED, kNone, "Vuart is not open"},
+        {1, 1, 3, kFifo, ATCMD_TX_FIFO_CLOSED, kNone, "wifi fifo is not opened!"},
+        {2, 1, 1, kFifo, ATCMD_TX_FIFO_CLOSED, kNone, ""},
+        {2, 0, 3, kUart, ATCMD_TX_UART_CLOSED, kNone, "uart is not open"},
+        {1, 1, 3, kFifoRefuses, ATCMD_TX_FIFO_WRITE_FAILED, kNone, "fifotx fail to send data AT+VER?"},
+        {2, 1, 1, kFifoRefuses, ATCMD_TX_FIFO_WRITE_FAILED, kNone, "fifotx fails to write data AT+VER?"}};
     const std::string frame = "AT+VER?#11&1\r\n";
     for (const auto &r : rows) {
         SCOPED_TRACE(testing::Message() << "platform " << r.platform << " mode " << r.mode
@@ -93,7 +93,7 @@ TEST_F(Links, EachPlatformModeAndDestPicksOneLink) {
 
 // Signals under the consumer's lock, so the thread cannot miss the wake-up.
 void queue_tx(AtCmder_t rec) {
-    ASSERT_EQ(0u, atcmder_enqueue(&Tx_head, &g_txqueue_mutex, &rec));
+    ASSERT_EQ(ATCMD_Q_OK, atcmder_enqueue(&Tx_head, &g_txqueue_mutex, &rec));
     pthread_mutex_lock(&txbuffer_Mutex);
     pthread_cond_signal(&txbuffer_notempty);
     pthread_mutex_unlock(&txbuffer_Mutex);

@@ -49,7 +49,7 @@ T global(Module &m, const char *name) {
 Texts timeouts(Module &m) {
     Texts t = m.told();
     t.erase(std::remove_if(t.begin(), t.end(),
-                           [](const std::string &s) { return s.rfind("24/", 0) != 0; }),
+                           [](const std::string &s) { return s.rfind("+ERROR/", 0) != 0; }),
             t.end());
     std::sort(t.begin(), t.end());
     return t;
@@ -74,7 +74,7 @@ TEST_F(Faults, NoLogDirectoryNoPropertiesANodeWithoutUevent) {
 
         root.write_file("/dev/ttyACM0", "");
         std::this_thread::sleep_for(500ms);  // time for a wrong open to show
-        EXPECT_EQ(0, count_prefix(m.told(), "16/"));
+        EXPECT_EQ(0, count_prefix(m.told(), "+USBSTATE/"));
         EXPECT_EQ(ATCMD_MODE_NONE, m.status().mode);
 
         atsim::Accessory acc(root.root(), transcript);
@@ -82,9 +82,9 @@ TEST_F(Faults, NoLogDirectoryNoPropertiesANodeWithoutUevent) {
         Texts burst = query_burst(1, "");
         burst.erase(burst.begin() + 2);  // "AT+BTMAC=": after 2 s of retries, not sent
         ASSERT_TRUE(acc.wait_for_count(burst.size(), 10s));
-        EXPECT_TRUE(m.wait_told("11/11:'1.0.2'"));
+        EXPECT_TRUE(m.wait_told("+VER/11:'1.0.2'"));
         EXPECT_EQ(burst, acc.received());
-        EXPECT_TRUE(m.wait_told("16/0:1,3"));
+        EXPECT_TRUE(m.wait_told("+USBSTATE/0:1,3"));
         EXPECT_EQ(ATCMD_MODE_USB, m.status().mode);
 
         EXPECT_EQ(0, m.device()->wifi_init("10.0.0.1"));
@@ -109,7 +109,7 @@ TEST_F(Faults, WifiWithoutTheTransmitFifo) {
         daemon.on_status([](const std::string &text) { s_dev->hiddemon_stchange(text.c_str()); });
 
         ASSERT_EQ(0, s_dev->wifi_init("192.168.1.7"));
-        ASSERT_TRUE(m.wait_told("18/0:1"));
+        ASSERT_TRUE(m.wait_told("+WIFICON/0:1"));
         EXPECT_TRUE(wait_until([&] { return global<int>(m, "g_fifo_rx_fd") >= 1; }));
         EXPECT_EQ(-1, global<int>(m, "g_fifo_tx_fd"));
         EXPECT_EQ(ATCMD_MODE_WIFI, m.status().mode);
@@ -117,7 +117,7 @@ TEST_F(Faults, WifiWithoutTheTransmitFifo) {
         // report and "+MICMODE?" (a row past the watched ones), once.
         Texts expected;
         for (int seq : {8, 9, 10, 11, 13, 14, 15, 16, 17})
-            expected.push_back("24/" + std::to_string(seq) + ":-110");
+            expected.push_back("+ERROR/" + std::to_string(seq) + ":-110");
         std::sort(expected.begin(), expected.end());
         EXPECT_TRUE(wait_until([&] { return timeouts(m) == expected; }, 10000));
         std::this_thread::sleep_for(500ms);
@@ -133,7 +133,7 @@ TEST_F(Faults, WifiWithoutTheTransmitFifo) {
             _exit(1);  // the tear-down thread cannot be joined
         }
         teardown.join();
-        EXPECT_TRUE(m.wait_told("18/0:0"));
+        EXPECT_TRUE(m.wait_told("+WIFICON/0:0"));
         EXPECT_EQ(0u, global<pthread_t>(m, "g_wifiRx_thread"));
         EXPECT_EQ(-1, global<int>(m, "g_fifo_rx_fd"));
         EXPECT_TRUE(wait_until([&] { return atcmd_test::thread_count() == threads; }));

@@ -71,7 +71,7 @@ void expect_truth(Module &m, atsim::Accessory &acc) {
     if (want == '0') return;
     CallbackSink::clear();
     acc.report_every(50ms, "+HRM=35,40\r\n");
-    EXPECT_TRUE(m.wait_told("33/0:35,40", 1s));
+    EXPECT_TRUE(m.wait_told("+HRM/0:35,40", 1s));
     acc.stop_reports();
 }
 

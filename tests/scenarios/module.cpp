@@ -11,28 +11,20 @@ namespace scenario {
 
 Module::Module(const std::string &sysroot) : area_(sysroot + atcmd::kRootPropertyArea) {
     setenv("ATCMD_SYSROOT", sysroot.c_str(), 1);
-    handle_ = dlopen(ATCMD_MODULE_PATH, RTLD_NOW);
-    if (handle_ == nullptr) {
-        ADD_FAILURE() << dlerror();
+    std::string error;
+    if (!loader_.load_path(ATCMD_MODULE_PATH, &error)) {
+        ADD_FAILURE() << error;
         return;
     }
-    hmi_ = static_cast<hw_module_t *>(dlsym(handle_, HAL_MODULE_INFO_SYM_AS_STR));
-    if (hmi_ == nullptr || strcmp(hmi_->id, ATCMDPROCESS_HARDWARE_MODULE_ID) != 0) {
-        ADD_FAILURE() << "no module record with the id " ATCMDPROCESS_HARDWARE_MODULE_ID;
-        hmi_ = nullptr;
-        return;
-    }
-    hmi_->dso = handle_;
+    atcmd_test::CallbackSink::name_rows(sym<const at_cmd_t>("AT_CMDS"));
     atcmd_test::CallbackSink::clear();
 }
 
 atcmdprocess_device_t *Module::open() {
-    hw_device_t *common = nullptr;
-    if (hmi_ == nullptr || hmi_->methods->open(hmi_, ATCMDPROCESS_HARDWARE_MODULE_ID, &common) != 0)
-        return nullptr;
-    dev_ = reinterpret_cast<atcmdprocess_device_t *>(common);
-    dev_->set_notify_callback(dev_, &atcmd_test::CallbackSink::callback);
-    return dev_;
+    std::string error;
+    atcmdprocess_device_t *dev = loader_.open(&error);
+    if (dev != nullptr) dev->set_notify_callback(dev, &atcmd_test::CallbackSink::callback);
+    return dev;
 }
 
 system_status_t Module::status_of(const atcmdprocess_device_t *dev) {
@@ -45,7 +37,7 @@ system_status_t Module::status_of(const atcmdprocess_device_t *dev) {
 }
 
 void Module::set_platform(int32_t platform) {
-    __atomic_store_n(&dev_->system_status.platform, platform, __ATOMIC_RELAXED);
+    __atomic_store_n(&device()->system_status.platform, platform, __ATOMIC_RELAXED);
 }
 
 atsim::PropertyStore Module::properties() {

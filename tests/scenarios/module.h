@@ -1,11 +1,10 @@
 // The module as its client has it: atcmdprocess.default.so loaded the way
-// the platform's loader loads it (dlopen with RTLD_NOW, the "HMI" symbol, the
-// id check, dso stored), the device opened, the callback installed, and the
-// accessory side played by the simulator under a private ATCMD_SYSROOT.
+// the platform's loader loads it (client/loader.h), the device opened, the
+// callback installed, and the accessory side played by the simulator under a
+// private ATCMD_SYSROOT.
 #ifndef ATCMD_TESTS_SCENARIOS_MODULE_H
 #define ATCMD_TESTS_SCENARIOS_MODULE_H
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -13,6 +12,7 @@
 #include <vector>
 
 #include "atcmdprocess.h"
+#include "client/loader.h"
 #include "fixtures/callback_sink.h"
 #include "sim/sim.h"
 
@@ -29,11 +29,11 @@ public:
 
     // The device's open and the callback, as a client does right after it.
     atcmdprocess_device_t *open();
-    atcmdprocess_device_t *device() { return dev_; }
+    atcmdprocess_device_t *device() { return loader_.device(); }
     // The status as a client reads it while the service's threads write it:
     // every int field once, as a relaxed atomic load, as the service itself
     // reads them.
-    system_status_t status() const { return status_of(dev_); }
+    system_status_t status() const { return status_of(loader_.device()); }
     static system_status_t status_of(const atcmdprocess_device_t *dev);
     // A client's change of platform while the service runs.
     void set_platform(int32_t platform);
@@ -41,7 +41,7 @@ public:
     // An exported name, as a client reaches it.
     template <typename T>
     T *sym(const char *name) {
-        return reinterpret_cast<T *>(dlsym(handle_, name));
+        return loader_.sym<T>(name);
     }
     // An exported variable that the service's threads write, read as they
     // read it: one relaxed atomic load.
@@ -54,15 +54,13 @@ public:
     void set_prop(const char *key, const char *value);
 
     // Waits until the client was told something that matches; the
-    // messages are "cmd_id/seq_num:payload" (CapturedMsg::describe).
+    // messages are "name/seq_num:payload" (CallbackSink::described).
     bool wait_told(const std::string &described, std::chrono::milliseconds timeout = 5s);
     Texts told() { return atcmd_test::CallbackSink::described(); }
 
 private:
     const std::string area_;  // the sysroot's property store
-    void *handle_ = nullptr;
-    hw_module_t *hmi_ = nullptr;
-    atcmdprocess_device_t *dev_ = nullptr;
+    atcmd_client::Module loader_;
 };
 
 // The query burst the phone sends a new accessory, in order, as the

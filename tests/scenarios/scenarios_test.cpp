@@ -77,11 +77,11 @@ TEST_F(Scenario, PlugInOpensTheLinkAsksTheAccessoryAndTellsTheClient) {
         EXPECT_EQ(query_burst(1, kMac), first_sightings(acc.received()));
         // The plug event and the accessory's own "+USBSTATE" answer both say 1,3
         // once the answer has been parsed.
-        EXPECT_TRUE(m.wait_told("16/0:1,3"));
-        EXPECT_TRUE(m.wait_told("11/11:'1.0.2'"));
+        EXPECT_TRUE(m.wait_told("+USBSTATE/0:1,3"));
+        EXPECT_TRUE(m.wait_told("+VER/11:'1.0.2'"));
         Texts told = m.told();
-        EXPECT_EQ(1, count_of(told, "15/15:'KM5816W'"));
-        EXPECT_EQ(1, count_of(told, "13/13:'KV5816A00123'"));
+        EXPECT_EQ(1, count_of(told, "+TYPE/15:'KM5816W'"));
+        EXPECT_EQ(1, count_of(told, "+SN/13:'KV5816A00123'"));
         EXPECT_EQ(ATCMD_MODE_USB, m.status().mode);
         const auto *info = m.sym<kavren_devInfo_t>("g_kavren_devInfo");
         EXPECT_STREQ("KV5816A00123", info->sn);
@@ -99,7 +99,7 @@ TEST_F(Scenario, ANodePresentAtStartIsFoundAForeignOneIgnored) {
         ASSERT_TRUE(acc.plug_usb(0));
         ASSERT_NE(nullptr, m.open());
         ASSERT_TRUE(wait_for_burst(acc, query_burst(1, kMac)));
-        EXPECT_TRUE(m.wait_told("16/0:1,3"));
+        EXPECT_TRUE(m.wait_told("+USBSTATE/0:1,3"));
         atsim::Accessory foreign(root.root(), transcript);
         ASSERT_TRUE(foreign.plug_usb(1, "1d6b/0002/515"));
         std::this_thread::sleep_for(500ms);  // time for a wrong open to show
@@ -116,13 +116,13 @@ TEST_F(Scenario, AnUnansweredQueryIsSentThreeTimesThenReportedOnce) {
         atsim::Accessory acc(root.root(), transcript);
         acc.silence("+SN");
         ASSERT_TRUE(acc.plug_usb(0));
-        ASSERT_TRUE(m.wait_told("24/13:-110", 10s));
+        ASSERT_TRUE(m.wait_told("+ERROR/13:-110", 10s));
         std::this_thread::sleep_for(1s);  // nothing else may time out meanwhile
         EXPECT_EQ(3, count_of(acc.received(), "AT+SN?#13&1\r\n"));
         EXPECT_EQ(1, count_of(acc.received(), "AT+SID?#14&1\r\n"));
         Texts told = m.told();
         EXPECT_EQ(1, std::count_if(told.begin(), told.end(),
-                                   [](const std::string &t) { return t.rfind("24/", 0) == 0; }));
+                                   [](const std::string &t) { return t.rfind("+ERROR/", 0) == 0; }));
     });
 }
 
@@ -135,11 +135,11 @@ TEST_F(Scenario, UnplugWhileLinesFlowThenPlugAgain) {
         std::this_thread::sleep_for(200ms);  // start-up done
         const int fds = atcmd_test::open_fd_count(), threads = atcmd_test::thread_count();
         ASSERT_TRUE(acc.plug_usb(0));
-        ASSERT_TRUE(m.wait_told("16/0:1,3"));
+        ASSERT_TRUE(m.wait_told("+USBSTATE/0:1,3"));
         acc.report_every(20ms, "+HRM=35,40\r\n");
-        ASSERT_TRUE(m.wait_told("33/0:35,40"));
+        ASSERT_TRUE(m.wait_told("+HRM/0:35,40"));
         acc.unplug();
-        EXPECT_TRUE(m.wait_told("16/0:0,-1"));
+        EXPECT_TRUE(m.wait_told("+USBSTATE/0:0,-1"));
         EXPECT_TRUE(wait_until([&] { return m.status().mode == ATCMD_MODE_NONE; }));
         EXPECT_TRUE(wait_until([&] { return atcmd_test::thread_count() == threads; }))
             << atcmd_test::thread_count() << " threads, " << threads << " before the plug";
@@ -149,10 +149,10 @@ TEST_F(Scenario, UnplugWhileLinesFlowThenPlugAgain) {
         atcmd_test::CallbackSink::clear();
         ASSERT_EQ(0, m.device()->wifi_init("10.0.0.1"));  // WiFi requested: unplug falls back to it
         ASSERT_TRUE(acc.plug_usb(0));
-        EXPECT_TRUE(m.wait_told("16/0:1,3"));
+        EXPECT_TRUE(m.wait_told("+USBSTATE/0:1,3"));
         EXPECT_EQ(ATCMD_MODE_USB, m.status().mode);
         acc.unplug();
-        EXPECT_TRUE(m.wait_told("16/0:0,-1"));
+        EXPECT_TRUE(m.wait_told("+USBSTATE/0:0,-1"));
         EXPECT_TRUE(wait_until([&] { return m.status().mode == ATCMD_MODE_WIFI; }));
     });
 }
@@ -168,7 +168,7 @@ TEST_F(Scenario, WifiLinkComesUpCarriesFramesSurvivesALostHeartbeatAndGoesDown) 
         s_dev = dev;
         daemon.on_status([](const std::string &text) { s_dev->hiddemon_stchange(text.c_str()); });
         ASSERT_EQ(0, dev->wifi_init("192.168.1.7"));
-        ASSERT_TRUE(m.wait_told("18/0:1")) << "the daemon's running reached the client";
+        ASSERT_TRUE(m.wait_told("+WIFICON/0:1")) << "the daemon's running reached the client";
         ASSERT_TRUE(daemon.wait_for_line([](const std::string &l) { return l == "AT+VER?#11&1\r\n"; },
                                          5s))
             << "the query burst goes out over WiFi";
@@ -176,7 +176,7 @@ TEST_F(Scenario, WifiLinkComesUpCarriesFramesSurvivesALostHeartbeatAndGoesDown) 
         // Set once the queries are queued, which the transmit thread may beat.
         EXPECT_TRUE(wait_until([&] { return m.prop("vendor.kavren.timesync") == "enable"; }));
         daemon.send_to_module("+SN=WIFI-SN#13&1\r\n");
-        EXPECT_TRUE(m.wait_told("13/13:'WIFI-SN'"));
+        EXPECT_TRUE(m.wait_told("+SN/13:'WIFI-SN'"));
 
         // Beats every second for longer than the module's 5 s period keep the
         // link; one silent period restarts the daemon.
@@ -196,7 +196,7 @@ TEST_F(Scenario, WifiLinkComesUpCarriesFramesSurvivesALostHeartbeatAndGoesDown) 
         EXPECT_EQ(0, dev->wifi_stchange(1));
         EXPECT_EQ(ATCMD_MODE_WIFI, m.status().mode) << "only state 0 tears down";
         EXPECT_EQ(0, dev->wifi_stchange(0));
-        EXPECT_TRUE(m.wait_told("18/0:0"));
+        EXPECT_TRUE(m.wait_told("+WIFICON/0:0"));
         EXPECT_EQ(ATCMD_MODE_NONE, m.status().mode);
         EXPECT_EQ("disable", m.prop("vendor.kavren.timesync"));
         EXPECT_EQ(0, m.status().wifi_status);
@@ -281,10 +281,10 @@ TEST_F(Scenario, ShutdownFromTheAccessoryAndCloseEndTheProcess) {
         m.set_prop("net.bluetooth.macaddr", kMac);
         atcmdprocess_device_t *dev = m.open();
         atsim::Accessory acc(root.root(), transcript);
-        if (dev == nullptr || !acc.plug_usb(0) || !m.wait_told("16/0:1,3")) _exit(2);
+        if (dev == nullptr || !acc.plug_usb(0) || !m.wait_told("+USBSTATE/0:1,3")) _exit(2);
         acc.send("+SHUTDOWN\r\n");
         if (!wait_until([&] { return m.prop("sys.powerctl") == "shutdown"; })) _exit(3);
-        if (!m.wait_told("3/0:-")) _exit(4);
+        if (!m.wait_told("+SHUTDOWN/0:-")) _exit(4);
         dev->common.close(&dev->common);
         _exit(5);
     });
@@ -298,7 +298,7 @@ TEST_F(Scenario, NoiseDoesNotCostAWellFormedLine) {
         ASSERT_NE(nullptr, m.open());
         atsim::Accessory acc(root.root(), transcript);
         ASSERT_TRUE(acc.plug_usb(0));
-        ASSERT_TRUE(m.wait_told("16/0:1,3"));
+        ASSERT_TRUE(m.wait_told("+USBSTATE/0:1,3"));
         atcmd_test::CallbackSink::clear();
         for (int i = 1; i <= 5; ++i) {
             const std::string n = std::to_string(i);
@@ -308,17 +308,17 @@ TEST_F(Scenario, NoiseDoesNotCostAWellFormedLine) {
             acc.send_split("+HALLCG=" + n + ",0,0\r\n", 4);
             std::this_thread::sleep_for(20ms);  // the accessory's own pace
         }
-        ASSERT_TRUE(m.wait_told("31/0:5,0,0"));
+        ASSERT_TRUE(m.wait_told("+HALLCG/0:5,0,0"));
         Texts expected;
         for (int i = 1; i <= 5; ++i) {
             const std::string n = std::to_string(i);
-            expected.push_back("33/0:" + n + "," + n);
-            expected.push_back("31/0:" + n + ",0,0");
+            expected.push_back("+HRM/0:" + n + "," + n);
+            expected.push_back("+HALLCG/0:" + n + ",0,0");
         }
         Texts reports = m.told();  // the query burst's answers may still come in
         reports.erase(std::remove_if(reports.begin(), reports.end(),
                                      [](const std::string &t) {
-                                         return t.rfind("33/", 0) != 0 && t.rfind("31/", 0) != 0;
+                                         return t.rfind("+HRM/", 0) != 0 && t.rfind("+HALLCG/", 0) != 0;
                                      }),
                       reports.end());
         EXPECT_EQ(expected, reports);

@@ -1,9 +1,9 @@
-// describe() against a stand-in table: the console links no module code.
+// describe() against a stand-in table: a client links no module code.
 #include <gtest/gtest.h>
 
 #include <utility>
 
-#include "console/decode.h"
+#include "client/message.h"
 
 namespace {
 
@@ -40,7 +40,7 @@ TEST(Decode, DescribesEachPayloadKind) {
     };
     for (const auto &r : rows) {
         AT_CMD_CbMsg_t msg{r.cmd_id, r.seq_num, const_cast<void *>(r.data)};
-        EXPECT_EQ(atcmd_console::describe(msg, table), r.want);
+        EXPECT_EQ(atcmd_client::describe(msg, table), r.want);
     }
 }
 

@@ -1,9 +1,9 @@
-#include "console/loader.h"
+#include "client/loader.h"
 
 #include <dlfcn.h>
 #include <string.h>
 
-namespace atcmd_console {
+namespace atcmd_client {
 
 std::string module_path(const std::string &dir, const std::string &variant) {
     return dir + "/" ATCMDPROCESS_HARDWARE_MODULE_ID "." + variant + ".so";
@@ -14,11 +14,15 @@ Module::~Module() {
 }
 
 bool Module::load(const std::string &dir, const std::string &variant, std::string *error) {
+    return load_path(module_path(dir, variant), error);
+}
+
+bool Module::load_path(const std::string &path, std::string *error) {
     if (handle_ != nullptr) {
         *error = "a module is already loaded from " + path_;
         return false;
     }
-    path_ = module_path(dir, variant);
+    path_ = path;
     handle_ = dlopen(path_.c_str(), RTLD_NOW);
     if (handle_ == nullptr) {
         const char *why = dlerror();
@@ -46,7 +50,6 @@ atcmdprocess_device_t *Module::open(std::string *error) {
         *error = "no module loaded";
         return nullptr;
     }
-    if (dev_ != nullptr) return dev_;
     if (hmi_->methods == nullptr || hmi_->methods->open == nullptr) {
         *error = path_ + ": the module record has no open method";
         return nullptr;
@@ -66,4 +69,4 @@ void *Module::raw_sym(const char *name) const {
     return handle_ != nullptr ? dlsym(handle_, name) : nullptr;
 }
 
-}  // namespace atcmd_console
+}  // namespace atcmd_client
