@@ -79,13 +79,18 @@ int atcmdprocess_wifi_init(const char *ipaddr) {
     char sts[PROPERTY_VALUE_MAX];
     property_get(kPropHidSts, sts, "");
 
+    // WiFi counts as requested before the start command goes out: the
+    // daemon may report "running" before this thread runs again, and a
+    // status that finds wifi_status other than 1 is dropped.
     if (platform == ATCMD_PLATFORM_UART) {
         if (strcmp(ipaddr, st->ipaddr) != 0) stop_hiddemon();
         property_set(kPropHidSts, ipaddr);
+        relaxed_store(&st->wifi_status, 1);
         property_set(kPropHidCmd, kCmdStartClient);
         ATLOGI(kLogDetail, kTagHal, " Client init begin!");
         memcpy(st->ipaddr, ipaddr, strlen(ipaddr) + 1);
     } else if (platform == ATCMD_PLATFORM_VUART) {
+        relaxed_store(&st->wifi_status, 1);
         property_set(kPropHidCmd, kCmdStartServer);
     }
     relaxed_store(&st->wifi_status, 1);
