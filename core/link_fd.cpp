@@ -85,19 +85,23 @@ int fd_dup(const int *shared, int first_open) {
     return fd < first_open ? -1 : fcntl(fd, F_DUPFD_CLOEXEC, 0);
 }
 
+// The open runs outside the lock, on a duplicate taken under it: opening a
+// tty may wait for that tty's own lock (a close draining its output, say),
+// and the signal thread must never wait behind it to retire a link.
 int fd_reopen_write(const int *shared) {
-    MutexGuard lock(&g_fd_lock);
-    const int fd = relaxed_load(shared);
-    if (fd < 0) return -1;
+    const int dup = fd_dup(shared);
+    if (dup < 0) return -1;
     // A descriptor not open for writing keeps refusing writes.
-    const int flags = fcntl(fd, F_GETFL);
-    if (flags < 0 || (flags & O_ACCMODE) == O_RDONLY) return fcntl(fd, F_DUPFD_CLOEXEC, 0);
+    const int flags = fcntl(dup, F_GETFL);
+    if (flags < 0 || (flags & O_ACCMODE) == O_RDONLY) return dup;
     // The process's own view of its descriptors, not a file of the machine:
     // this path is not placed under ATCMD_SYSROOT.
     char path[32];
-    snprintf(path, sizeof path, "/proc/self/fd/%d", fd);
+    snprintf(path, sizeof path, "/proc/self/fd/%d", dup);
     const int own = open(path, O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-    return own >= 0 ? own : fcntl(fd, F_DUPFD_CLOEXEC, 0);
+    if (own < 0) return dup;
+    close(dup);
+    return own;
 }
 
 uint32_t fd_generation(const int *shared) {
