@@ -24,7 +24,10 @@
 #include <vector>
 
 #include "atcmdprocess.h"
+#include "core/log.h"
+#include "core/queue.h"
 #include "fuzz/fuzz_quiet.h"
+#include "protocol/frame_parser.h"
 #include "sim/traffic.h"
 
 namespace {

@@ -8,6 +8,16 @@
 
 #include "atcmdprocess.h"
 
+extern "C" {
+
+/* The device the module's open installed (install_device below). */
+ATCMD_API extern atcmdprocess_device_t *g_patcmd_dev;
+
+/* Tells the client the USB link's state: an ATCMD_ID_USBSTATE message with
+ * usb_connected and usb_devinfo. */
+ATCMD_API void notify_usbevent(void);
+}
+
 namespace atcmd {
 
 // Installs dev as g_patcmd_dev (the module's open does; a second open

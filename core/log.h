@@ -26,6 +26,17 @@
 
 #include "atcmdprocess.h"
 
+extern "C" {
+
+ATCMD_API extern int32_t log_level;
+ATCMD_API extern FILE *fd_logfile;
+ATCMD_API extern char buf_timestamp[32];
+ATCMD_API extern int64_t ts_base_sec;
+
+ATCMD_API void log_file_init(const char *dir, const char *name);
+ATCMD_API char *get_timestamp(void);
+}
+
 namespace atcmd {
 
 // Verbosity levels: a statement is written when log_level (4 unless the

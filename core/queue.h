@@ -5,6 +5,58 @@
 #define ATCMD_CORE_QUEUE_H
 
 #include "atcmdprocess.h"
+#include <pthread.h>
+
+extern "C" {
+
+/* Queue results. */
+#define ATCMD_Q_OK 0
+#define ATCMD_Q_NULL 6
+#define ATCMD_Q_NOMEM 7
+#define ATCMD_Q_NONE 9
+
+/* A queue node owns a copy of the record and of its text. 208 bytes on LP64,
+ * 200 on 32-bit ARM. */
+typedef struct atcmder_node {
+    AtCmder_t cmd; /* cmd.data points at text below */
+    char text[ATCMD_TEXT_MAX];
+    struct {
+        struct atcmder_node *tqe_next;
+        struct atcmder_node **tqe_prev;
+    } link;
+} atcmder_node_t;
+
+/* Tail queue head: an empty head has tqh_first NULL and tqh_last == &tqh_first. */
+typedef struct atcmder_queue {
+    atcmder_node_t *tqh_first;
+    atcmder_node_t **tqh_last;
+} atcmder_queue_t;
+
+ATCMD_API extern atcmder_queue_t Rx_head;
+ATCMD_API extern atcmder_queue_t Tx_head;
+ATCMD_API extern atcmder_queue_t Timeout_head;
+
+/* List locks. Nested order, where both are needed: timeout queue, then transmit. */
+ATCMD_API extern pthread_mutex_t g_rxqueue_mutex;
+ATCMD_API extern pthread_mutex_t g_txqueue_mutex;
+ATCMD_API extern pthread_mutex_t g_timeoutqueue_mutex;
+
+/* Wake-up conditions and the locks their consumers wait with. */
+ATCMD_API extern pthread_cond_t rxbuffer_notempty;
+ATCMD_API extern pthread_cond_t txbuffer_notempty;
+ATCMD_API extern pthread_cond_t timeoutbuffer_notempty;
+ATCMD_API extern pthread_mutex_t rxbuffer_Mutex;
+ATCMD_API extern pthread_mutex_t txbuffer_Mutex;
+ATCMD_API extern pthread_mutex_t timeoutbuffer_Mutex;
+
+ATCMD_API unsigned int atcmder_queue_init(atcmder_queue_t *head);
+ATCMD_API unsigned int atcmder_enqueue(atcmder_queue_t *head, pthread_mutex_t *lock,
+                                       const AtCmder_t *cmd);
+ATCMD_API unsigned int atcmder_dequeue(atcmder_queue_t *head, pthread_mutex_t *lock,
+                                       AtCmder_t *out);
+ATCMD_API int atcmder_empty_queue(atcmder_queue_t *head, pthread_mutex_t *lock);
+ATCMD_API unsigned int atcmder_queue_exit(atcmder_queue_t *head, pthread_mutex_t *lock);
+}
 
 namespace atcmd {
 

@@ -1,5 +1,5 @@
 // The service's threads as other threads see them: their global handles
-// (declared in the public header), signalling them, and the threads that are
+// (declared below), signalling them, and the threads that are
 // ended from outside with SIGALRM (the WiFi receive and heartbeat threads),
 // since Android's libc has no pthread_cancel.
 //
@@ -81,6 +81,23 @@
 #include <pthread.h>
 #include <signal.h>
 #include <unistd.h>
+#include "atcmdprocess.h"
+
+extern "C" {
+
+/* Thread handles: 0 while the thread does not run. */
+ATCMD_API extern pthread_t g_Sigprocess_thread;
+ATCMD_API extern pthread_t g_uartRx_thread;
+ATCMD_API extern pthread_t g_VuartRx_thread;
+ATCMD_API extern pthread_t g_Tx_thread;
+ATCMD_API extern pthread_t g_dispatch_thread;
+ATCMD_API extern pthread_t g_timeout_thread;
+ATCMD_API extern pthread_t g_wifiRx_thread;
+ATCMD_API extern pthread_t g_wifiHBeat_thread;
+
+/* SIGALRM handler of the WiFi receive and heartbeat threads: ends the caller. */
+ATCMD_API void thread_exit_handler(int sig);
+}
 
 namespace atcmd {
 

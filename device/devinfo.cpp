@@ -1,4 +1,4 @@
-// The accessory's identity record and the queries that fill it. Each query
+// The queries that fill the accessory's identity record. Each query
 // is one line on the transmit queue whose sequence number is the command's
 // row, so that the reply, which echoes it, retires the waiting entry.
 #include <stdio.h>
@@ -10,10 +10,7 @@
 #include "core/device_state.h"
 #include "core/log.h"
 #include "core/queue.h"
-
-kavren_devInfo_t g_kavren_devInfo;
-char type_with_wifi[32] = "KM5816W";
-char type_without_wifi[32] = "KM5816N";
+#include "device/reports.h"
 
 namespace {
 

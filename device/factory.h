@@ -4,6 +4,13 @@
 #define ATCMD_DEVICE_FACTORY_H
 
 #include <stdint.h>
+#include <pthread.h>
+#include "atcmdprocess.h"
+
+extern "C" {
+
+ATCMD_API extern pthread_t g_TestTx_thread;
+}
 
 namespace atcmd {
 

@@ -11,6 +11,8 @@
 #include "core/log.h"
 #include "core/queue.h"
 #include "core/relaxed.h"
+#include "device/reports.h"
+#include "protocol/accessory_info.h"
 #include "protocol/fields.h"
 
 using atcmd::kTagParse;

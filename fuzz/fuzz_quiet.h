@@ -14,6 +14,7 @@
 
 #include "atcmdprocess.h"
 #include "core/device_state.h"
+#include "core/queue.h"
 #include "hal/device_ops.h"
 
 namespace atcmd_fuzz {

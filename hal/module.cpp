@@ -7,6 +7,8 @@
 #include "core/device_state.h"
 #include "core/log.h"
 #include "hal/device_ops.h"
+#include "hal/module.h"
+#include "hal/service.h"
 
 namespace {
 

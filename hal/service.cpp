@@ -16,10 +16,21 @@
 #include "core/device_state.h"
 #include "core/link_fd.h"
 #include "core/log.h"
+#include "core/queue.h"
 #include "core/relaxed.h"
 #include "core/threads.h"
+#include "device/reports.h"
+#include "hal/service.h"
+#include "link/hiddemon.h"
+#include "link/serial_port.h"
+#include "link/serial_rx.h"
 #include "link/usb_hotplug.h"
 #include "link/wifi_channel.h"
+#include "link/wifi_rx.h"
+#include "protocol/accessory_info.h"
+#include "protocol/dispatch.h"
+#include "protocol/timeout.h"
+#include "protocol/transmit.h"
 
 using namespace atcmd;
 

@@ -2,17 +2,18 @@
  * atcmdprocess: the hardware module that carries the AT-command protocol
  * between the phone's HIDL service and the kavren accessory.
  *
- * This is the one header a client compiles against. Everything declared here
- * is exported from atcmdprocess.default.so with C linkage under exactly this
- * name; nothing else in the library is visible.
+ * This is the one header a client compiles against: the module and device
+ * records, the command record, the callback message and what its payload
+ * holds, and the few functions a client calls by name. Every function and
+ * global declared here is exported from atcmdprocess.default.so with C
+ * linkage under exactly this name. The module exports some more names for
+ * its own build and tests; a client never needs them.
  */
 #ifndef ATCMDPROCESS_H
 #define ATCMDPROCESS_H
 
-#include <pthread.h>
+#include <stddef.h>
 #include <stdint.h>
-#include <stdio.h>
-#include <sys/types.h>
 
 #include <hardware/hardware.h>
 
@@ -23,7 +24,7 @@ extern "C" {
 #endif
 
 /* ------------------------------------------------------------------------ */
-/* Command record and queues                                                 */
+/* Command record                                                            */
 /* ------------------------------------------------------------------------ */
 
 /* Endpoints in AtCmder_t.source / .dest. */
@@ -41,12 +42,6 @@ extern "C" {
 /* Every text buffer a record's data points at on dequeue holds this much. */
 #define ATCMD_TEXT_MAX 160
 
-/* Queue results. */
-#define ATCMD_Q_OK 0
-#define ATCMD_Q_NULL 6
-#define ATCMD_Q_NOMEM 7
-#define ATCMD_Q_NONE 9
-
 /* One command or response in flight. 32 bytes on LP64 and on 32-bit ARM. */
 typedef struct AtCmder {
     uint8_t type;
@@ -60,48 +55,6 @@ typedef struct AtCmder {
     int64_t tv_usec;
     char *data; /* NUL-terminated frame text, owned by whoever filled the record */
 } AtCmder_t;
-
-/* A queue node owns a copy of the record and of its text. 208 bytes on LP64,
- * 200 on 32-bit ARM. */
-typedef struct atcmder_node {
-    AtCmder_t cmd; /* cmd.data points at text below */
-    char text[ATCMD_TEXT_MAX];
-    struct {
-        struct atcmder_node *tqe_next;
-        struct atcmder_node **tqe_prev;
-    } link;
-} atcmder_node_t;
-
-/* Tail queue head: an empty head has tqh_first NULL and tqh_last == &tqh_first. */
-typedef struct atcmder_queue {
-    atcmder_node_t *tqh_first;
-    atcmder_node_t **tqh_last;
-} atcmder_queue_t;
-
-ATCMD_API extern atcmder_queue_t Rx_head;
-ATCMD_API extern atcmder_queue_t Tx_head;
-ATCMD_API extern atcmder_queue_t Timeout_head;
-
-/* List locks. Nested order, where both are needed: timeout queue, then transmit. */
-ATCMD_API extern pthread_mutex_t g_rxqueue_mutex;
-ATCMD_API extern pthread_mutex_t g_txqueue_mutex;
-ATCMD_API extern pthread_mutex_t g_timeoutqueue_mutex;
-
-/* Wake-up conditions and the locks their consumers wait with. */
-ATCMD_API extern pthread_cond_t rxbuffer_notempty;
-ATCMD_API extern pthread_cond_t txbuffer_notempty;
-ATCMD_API extern pthread_cond_t timeoutbuffer_notempty;
-ATCMD_API extern pthread_mutex_t rxbuffer_Mutex;
-ATCMD_API extern pthread_mutex_t txbuffer_Mutex;
-ATCMD_API extern pthread_mutex_t timeoutbuffer_Mutex;
-
-ATCMD_API unsigned int atcmder_queue_init(atcmder_queue_t *head);
-ATCMD_API unsigned int atcmder_enqueue(atcmder_queue_t *head, pthread_mutex_t *lock,
-                                       const AtCmder_t *cmd);
-ATCMD_API unsigned int atcmder_dequeue(atcmder_queue_t *head, pthread_mutex_t *lock,
-                                       AtCmder_t *out);
-ATCMD_API int atcmder_empty_queue(atcmder_queue_t *head, pthread_mutex_t *lock);
-ATCMD_API unsigned int atcmder_queue_exit(atcmder_queue_t *head, pthread_mutex_t *lock);
 
 /* ------------------------------------------------------------------------ */
 /* Device object and client callback                                         */
@@ -155,122 +108,14 @@ typedef struct atcmdprocess_device {
     uint64_t reserved[4];
 } atcmdprocess_device_t;
 
+/* The module record the loader looks up; its open hands out one device. */
 ATCMD_API extern struct hw_module_t HMI;
-ATCMD_API extern atcmdprocess_device_t *g_patcmd_dev;
-
-ATCMD_API int atcmdprocess_open(const struct hw_module_t *module, const char *name,
-                                struct hw_device_t **device);
-ATCMD_API int atcmdprocess_close(struct hw_device_t *device);
-ATCMD_API int set_notify_callback(atcmdprocess_device_t *dev, atcmd_notify_callback_t cb);
-ATCMD_API int cmd_from_hidl(AtCmder_t *cmd);
-ATCMD_API int atcmdprocess_wifi_init(const char *ipaddr);
-ATCMD_API int atcmdprocess_wifi_stchange(int32_t state);
-ATCMD_API int atcmdprocess_hiddemon_stchange(const char *status);
-ATCMD_API int atcmdprocess_amlogic_shake_hands(void);
-
-/* ------------------------------------------------------------------------ */
-/* Service threads and signals                                               */
-/* ------------------------------------------------------------------------ */
-
-/* Thread handles: 0 while the thread does not run. */
-ATCMD_API extern pthread_t g_Sigprocess_thread;
-ATCMD_API extern pthread_t g_uartRx_thread;
-ATCMD_API extern pthread_t g_VuartRx_thread;
-ATCMD_API extern pthread_t g_Tx_thread;
-ATCMD_API extern pthread_t g_dispatch_thread;
-ATCMD_API extern pthread_t g_timeout_thread;
-ATCMD_API extern pthread_t g_wifiRx_thread;
-ATCMD_API extern pthread_t g_wifiHBeat_thread;
-
-/* Start-up, called by the module's open: queues, the blocked service signals
- * (SIGUSR1, SIGUSR2, SIGURG, SIGVTALRM, taken only by the signal thread) and
- * the service threads. Returns 0, or 1 when a thread could not be started. */
-ATCMD_API int atcmder_hal_open(void);
-/* The signal thread: turns the service signals into link events (USB node
- * in, USB node out, WiFi up, hand-shake). */
-ATCMD_API void *atcmder_sigProcess_thread(void *arg);
-
-/* SIGALRM handler of the WiFi receive and heartbeat threads: ends the caller. */
-ATCMD_API void thread_exit_handler(int sig);
-
-/* Shut-down, called by the device's close: closes the links, empties the
- * queues and sends SIGKILL to the service threads, which ends the hosting
- * process whenever one of them runs. */
-ATCMD_API int atcmder_hal_close(void);
-
-/* ------------------------------------------------------------------------ */
-/* Logging                                                                   */
-/* ------------------------------------------------------------------------ */
-
-ATCMD_API extern int32_t log_level;
-ATCMD_API extern FILE *fd_logfile;
-ATCMD_API extern char buf_timestamp[32];
-ATCMD_API extern int64_t ts_base_sec;
-
-ATCMD_API void log_file_init(const char *dir, const char *name);
-ATCMD_API char *get_timestamp(void);
-ATCMD_API void dump_atcmd_data(const AtCmder_t *cmd);
-
-/* ------------------------------------------------------------------------ */
-/* Serial links                                                              */
-/* ------------------------------------------------------------------------ */
-
-ATCMD_API extern int g_uart_fd;
-ATCMD_API extern int g_vuart_fd;
-
-ATCMD_API int UART_init(int *fd);
-ATCMD_API int VUART_init(int *fd, int64_t acm);
-ATCMD_API int UART_setOpt(int fd, int baud, int bits, char parity, int stop);
-ATCMD_API int VUART_setOpt(int fd, int baud, int bits, char parity, int stop);
-ATCMD_API int UART_Recv(int fd, char *buf, int len, int timeout_ms);
-ATCMD_API int VUART_Recv(int fd, char *buf, int len, int timeout_ms);
-ATCMD_API int UART_Send(int fd, const char *data, int len);
-ATCMD_API int VUART_Send(int fd, const char *data, int len);
-
-ATCMD_API void *atcmder_uartRx_thread(void *arg);
-ATCMD_API void *atcmder_VuartRx_thread(void *arg);
-
-/* ------------------------------------------------------------------------ */
-/* WiFi channel and HID daemon                                               */
-/* ------------------------------------------------------------------------ */
-
-ATCMD_API extern int g_fifo_rx_fd;
-ATCMD_API extern int g_fifo_tx_fd;
-ATCMD_API extern int epfd_socket;
-ATCMD_API extern uint64_t g_wifiHBeat_num;
-
-ATCMD_API int Socket_Fifo_Init(void);
-ATCMD_API void stop_wifi_channel(void);
-ATCMD_API void *atcmder_wifiRx_thread(void *arg);
-ATCMD_API int wifi_Chan_ReInit(void);
-ATCMD_API void *atcmder_wifiHBeat_thread(void *arg);
-ATCMD_API int stop_hiddemon(void);
-ATCMD_API int Kill_hiddemon_byforce(void);
-
-/* ------------------------------------------------------------------------ */
-/* USB ACM hot-plug                                                          */
-/* ------------------------------------------------------------------------ */
-
-ATCMD_API extern int64_t g_dev_ACM;
-ATCMD_API extern char g_dev_ACM_name[64];
-ATCMD_API extern int fd_inotify_input;
-ATCMD_API extern int epfd_hid_devs;
-ATCMD_API extern pthread_t g_find_acmdev_thread;
-
-ATCMD_API int dev_hotplug_init(void);
-ATCMD_API int scan_acm_devices(void);
-ATCMD_API int inotify_input_event(void);
-ATCMD_API void *handler_acm_devs_epoll(void *arg);
-ATCMD_API int dev_event_process(void);
-ATCMD_API int64_t parse_dev_name(const char *name);
-ATCMD_API int kavren_plugged(void);
-ATCMD_API void notify_usbevent(void);
 
 /* ------------------------------------------------------------------------ */
 /* AT protocol                                                               */
 /* ------------------------------------------------------------------------ */
 
-/* Rows of AT_CMDS: the cmd_id of every record and of every callback
+/* Rows of the command table: the cmd_id of every record and of every callback
  * message. Rows are never reordered; each name is its row's name without
  * the '+'. */
 enum atcmd_cmd_id {
@@ -316,6 +161,17 @@ enum atcmd_cmd_id {
 };
 
 #define ATCMD_NUM_CMDS 39
+
+/* The command table, row by row: a client reads it for each row's name
+ * (its cmd_id is the row). The parser column is the module's own. */
+typedef unsigned int (*atcmd_parser_t)(AtCmder_t *cmd);
+
+typedef struct at_cmd {
+    const char *name;      /* as on the wire, always starting with '+' */
+    atcmd_parser_t parser; /* NULL for rows that have none */
+} at_cmd_t;
+
+ATCMD_API extern const at_cmd_t AT_CMDS[ATCMD_NUM_CMDS];
 
 /* The states a "+STATE" line carries as a word, as numbers: in the STATE
  * message's payload and in send_stateToMPHONE's argument. INIT is only ever
@@ -384,99 +240,16 @@ static inline enum atcmd_payload_kind atcmd_payload_kind_of(uint16_t cmd_id, siz
     }
 }
 
-typedef unsigned int (*atcmd_parser_t)(AtCmder_t *cmd);
-
-typedef struct at_cmd {
-    const char *name;      /* as on the wire, always starting with '+' */
-    atcmd_parser_t parser; /* NULL for rows that have none */
-} at_cmd_t;
-
-ATCMD_API extern const at_cmd_t AT_CMDS[ATCMD_NUM_CMDS];
-
-ATCMD_API int findAtCmdIdx(const char *text, uint8_t *idx);
-ATCMD_API int findResCmdIdx(const char *name, uint8_t *idx);
-ATCMD_API int cmd_Parse_from_buffer(AtCmder_t *cmd, const char *buffer);
-
-/* Field extraction; each takes the whole received line. */
-ATCMD_API unsigned int getvalue_fromCmdString(const char *line, int64_t *value);
-ATCMD_API unsigned int getstr_fromCmdString(const char *line, char *out, size_t out_size);
-ATCMD_API unsigned int getstate_fromCmdString(const char *line, int32_t *state);
-ATCMD_API unsigned int getBatinfo_fromCmdString(const char *line, int32_t out[6]);
-ATCMD_API unsigned int getTmpinfo_fromCmdString(const char *line, int32_t out[2]);
-ATCMD_API unsigned int getUsbDevinfo_fromCmdString(const char *line, int32_t out[2]);
-ATCMD_API unsigned int getHALLinfo_fromCmdString(const char *line, int32_t out[3]);
-ATCMD_API unsigned int getACCinfo_fromCmdString(const char *line, int32_t out[3]);
-ATCMD_API unsigned int getVerInfo_fromCmdString(const char *line, char block[256]);
-
-/* Transmit path: result codes of atcmder_Tx_process. */
-#define ATCMD_TX_VUART_CLOSED 5
-#define ATCMD_TX_FIFO_WRITE_FAILED 14
-#define ATCMD_TX_UART_CLOSED 15
-#define ATCMD_TX_FIFO_CLOSED 16
-/* The link went away, or took nothing for a second, while the record
- * waited to be written: the record was dropped (and logged). */
-#define ATCMD_TX_DROPPED 17
-
-ATCMD_API void *atcmder_Tx_thread(void *arg);
-ATCMD_API int atcmder_Tx_process(AtCmder_t *cmd);
-
-ATCMD_API void atcmder_post_parse_process(AtCmder_t *cmd);
-ATCMD_API void *atcmder_dispatch_thread(void *arg);
-ATCMD_API int atcmder_dispatch(AtCmder_t *cmd);
-
-ATCMD_API extern uint64_t g_timeout;
+/* The reply time-outs: how long a command waits for its reply before it is
+ * sent again, chosen for the current platform and cast mode. The module sets
+ * them at start-up; a client calls this again after changing either. */
 ATCMD_API void Init_TimeoutPara(void);
-ATCMD_API void *atcmder_Timeout_thread(void *arg);
-ATCMD_API int rmTimeoutItem(AtCmder_t *reply);
-ATCMD_API void notifytimeout(AtCmder_t *cmd);
-ATCMD_API void notifyUartNotWork(void);
 
-/* Response parsers, one per row of AT_CMDS but "+STARTUP" and "+WIFICON".
- * Each takes the received record (data: the whole line) and returns 0, or 3
- * when REBOOT_parser or ERROR_parser find no value. */
-ATCMD_API unsigned int REBOOT_parser(AtCmder_t *cmd);
-ATCMD_API unsigned int UPGRADE_parser(AtCmder_t *cmd);
-ATCMD_API unsigned int RECOVERY_parser(AtCmder_t *cmd);
-ATCMD_API unsigned int SHUTDOWN_parser(AtCmder_t *cmd);
-ATCMD_API unsigned int POWEROFF_parser(AtCmder_t *cmd);
-ATCMD_API unsigned int RESET_parser(AtCmder_t *cmd);
-ATCMD_API unsigned int BTMAC_parser(AtCmder_t *cmd);
-ATCMD_API unsigned int BLEMAC_parser(AtCmder_t *cmd);
-ATCMD_API unsigned int BAT_parser(AtCmder_t *cmd);
-ATCMD_API unsigned int STATE_parser(AtCmder_t *cmd);
-ATCMD_API unsigned int VER_parser(AtCmder_t *cmd);
-ATCMD_API unsigned int HALL_parser(AtCmder_t *cmd);
-ATCMD_API unsigned int SN_parser(AtCmder_t *cmd);
-ATCMD_API unsigned int SID_parser(AtCmder_t *cmd);
-ATCMD_API unsigned int TYPE_parser(AtCmder_t *cmd);
-ATCMD_API unsigned int USBSTATE_parser(AtCmder_t *cmd);
-ATCMD_API unsigned int SCREEN_parser(AtCmder_t *cmd);
-ATCMD_API unsigned int MICMODE_parser(AtCmder_t *cmd);
-ATCMD_API unsigned int WIFI_parser(AtCmder_t *cmd);
-ATCMD_API unsigned int BT_parser(AtCmder_t *cmd);
-ATCMD_API unsigned int TIME_parser(AtCmder_t *cmd);
-ATCMD_API unsigned int OK_parser(AtCmder_t *cmd);
-ATCMD_API unsigned int ERROR_parser(AtCmder_t *cmd);
-ATCMD_API unsigned int SLEEP_parser(AtCmder_t *cmd);
-ATCMD_API unsigned int BATCG_parser(AtCmder_t *cmd);
-ATCMD_API unsigned int BKL_parser(AtCmder_t *cmd);
-ATCMD_API unsigned int MODE_parser(AtCmder_t *cmd);
-ATCMD_API unsigned int ACC_parser(AtCmder_t *cmd);
-ATCMD_API unsigned int LIGHT_parser(AtCmder_t *cmd);
-ATCMD_API unsigned int HALLCG_parser(AtCmder_t *cmd);
-ATCMD_API unsigned int TEST_parser(AtCmder_t *cmd);
-ATCMD_API unsigned int HRM_TEMP_parser(AtCmder_t *cmd);
-ATCMD_API unsigned int DTR_parser(AtCmder_t *cmd);
-ATCMD_API unsigned int PTEST_parser(AtCmder_t *cmd);
-ATCMD_API unsigned int MMI1_parser(AtCmder_t *cmd);
-ATCMD_API unsigned int PT_parser(AtCmder_t *cmd);
-ATCMD_API unsigned int WT_parser(AtCmder_t *cmd);
-/* Beside the table; no row leads to them. */
-ATCMD_API unsigned int INFO_parser(AtCmder_t *cmd);
-ATCMD_API unsigned int SENSOR_parser(AtCmder_t *cmd);
+/* Writes one record to the module's log, field by field. */
+ATCMD_API void dump_atcmd_data(const AtCmder_t *cmd);
 
 /* ------------------------------------------------------------------------ */
-/* Accessory information record and queries                                  */
+/* Accessory information                                                     */
 /* ------------------------------------------------------------------------ */
 
 /* The accessory's identity as its replies gave it; 388 bytes. Text fields are
@@ -497,10 +270,11 @@ typedef struct kavren_devInfo {
     int32_t model; /* 0 until "+TYPE"; 1 with WiFi, 2 without, -1 unknown */
 } kavren_devInfo_t;
 
+/* Filled by the module as replies come; a client may read it. */
 ATCMD_API extern kavren_devInfo_t g_kavren_devInfo;
-/* Model codes that TYPE_parser compares "+TYPE" replies with. */
-ATCMD_API extern char type_with_wifi[32];
-ATCMD_API extern char type_without_wifi[32];
+/* ------------------------------------------------------------------------ */
+/* Queries to the accessory                                                  */
+/* ------------------------------------------------------------------------ */
 
 /* Query senders: each queues one query for the accessory and returns the
  * result of waking the transmit thread. The reply reaches the client. */
@@ -522,15 +296,8 @@ ATCMD_API void get_kavren_info(void);
 /* Reports to the accessory                                                  */
 /* ------------------------------------------------------------------------ */
 
-/* The property send_bt_mac reads the phone's Bluetooth address from. */
-ATCMD_API extern const char *bt_mac_prop;
-
-ATCMD_API int send_stateToMCU(void);
+/* Tells the accessory the phone's state (ATCMD_STATE_*) in a "+STATE" line. */
 ATCMD_API int send_stateToMPHONE(int32_t state);
-/* Both wait up to about 2 s for their property. */
-ATCMD_API int send_bt_mac(void);
-ATCMD_API int send_amlogic_ver(void);
-ATCMD_API void notify_wifi_state(int64_t state);
 
 /* ------------------------------------------------------------------------ */
 /* Factory test traffic                                                      */
@@ -540,7 +307,6 @@ ATCMD_API void notify_wifi_state(int64_t state);
 ATCMD_API int send_ptest_data(uint32_t index);
 /* One test line every 100 ms, for ever; the client starts it if it wants. */
 ATCMD_API void *atcmder_TestTx_thread(void *arg);
-ATCMD_API extern pthread_t g_TestTx_thread;
 
 #ifdef __cplusplus
 }

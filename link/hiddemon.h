@@ -4,6 +4,16 @@
 #define ATCMD_LINK_HIDDEMON_H
 
 #include <stdint.h>
+#include "atcmdprocess.h"
+
+extern "C" {
+
+ATCMD_API extern uint64_t g_wifiHBeat_num;
+
+ATCMD_API void *atcmder_wifiHBeat_thread(void *arg);
+ATCMD_API int stop_hiddemon(void);
+ATCMD_API int Kill_hiddemon_byforce(void);
+}
 
 namespace atcmd {
 

@@ -7,6 +7,22 @@
 #include <stddef.h>
 #include <stdint.h>
 #include <termios.h>
+#include "atcmdprocess.h"
+
+extern "C" {
+
+ATCMD_API extern int g_uart_fd;
+ATCMD_API extern int g_vuart_fd;
+
+ATCMD_API int UART_init(int *fd);
+ATCMD_API int VUART_init(int *fd, int64_t acm);
+ATCMD_API int UART_setOpt(int fd, int baud, int bits, char parity, int stop);
+ATCMD_API int VUART_setOpt(int fd, int baud, int bits, char parity, int stop);
+ATCMD_API int UART_Recv(int fd, char *buf, int len, int timeout_ms);
+ATCMD_API int VUART_Recv(int fd, char *buf, int len, int timeout_ms);
+ATCMD_API int UART_Send(int fd, const char *data, int len);
+ATCMD_API int VUART_Send(int fd, const char *data, int len);
+}
 
 namespace atcmd {
 

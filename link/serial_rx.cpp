@@ -17,6 +17,10 @@
 #include "core/log.h"
 #include "core/relaxed.h"
 #include "core/threads.h"
+#include "link/serial_port.h"
+#include "link/usb_hotplug.h"
+#include "protocol/frame_parser.h"
+#include "protocol/timeout.h"
 
 namespace atcmd {
 namespace {

@@ -9,6 +9,13 @@
 
 #include "atcmdprocess.h"
 #include "core/log.h"
+#include "link/serial_port.h"
+
+extern "C" {
+
+ATCMD_API void *atcmder_uartRx_thread(void *arg);
+ATCMD_API void *atcmder_VuartRx_thread(void *arg);
+}
 
 namespace atcmd {
 

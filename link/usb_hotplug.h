@@ -5,6 +5,25 @@
 #define ATCMD_LINK_USB_HOTPLUG_H
 
 #include <stdint.h>
+#include <pthread.h>
+#include "atcmdprocess.h"
+
+extern "C" {
+
+ATCMD_API extern int64_t g_dev_ACM;
+ATCMD_API extern char g_dev_ACM_name[64];
+ATCMD_API extern int fd_inotify_input;
+ATCMD_API extern int epfd_hid_devs;
+ATCMD_API extern pthread_t g_find_acmdev_thread;
+
+ATCMD_API int dev_hotplug_init(void);
+ATCMD_API int scan_acm_devices(void);
+ATCMD_API int inotify_input_event(void);
+ATCMD_API void *handler_acm_devs_epoll(void *arg);
+ATCMD_API int dev_event_process(void);
+ATCMD_API int64_t parse_dev_name(const char *name);
+ATCMD_API int kavren_plugged(void);
+}
 
 namespace atcmd {
 

@@ -23,6 +23,8 @@
 #include "link/link_writer.h"
 #include "link/hid_protocol.h"
 #include "platform/sysroot.h"
+#include "link/hiddemon.h"
+#include "protocol/transmit.h"
 
 using namespace atcmd;
 

@@ -6,6 +6,18 @@
 #include <pthread.h>
 #include <stddef.h>
 #include <stdint.h>
+#include "atcmdprocess.h"
+
+extern "C" {
+
+ATCMD_API extern int g_fifo_rx_fd;
+ATCMD_API extern int g_fifo_tx_fd;
+ATCMD_API extern int epfd_socket;
+
+ATCMD_API int Socket_Fifo_Init(void);
+ATCMD_API void stop_wifi_channel(void);
+ATCMD_API int wifi_Chan_ReInit(void);
+}
 
 namespace atcmd {
 

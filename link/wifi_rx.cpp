@@ -12,6 +12,8 @@
 #include "core/relaxed.h"
 #include "core/threads.h"
 #include "link/serial_rx.h"
+#include "link/wifi_channel.h"
+#include "link/wifi_rx.h"
 
 namespace {
 

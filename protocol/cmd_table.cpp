@@ -6,6 +6,7 @@
 #include <string.h>
 
 #include "core/log.h"
+#include "protocol/parsers.h"
 
 // Rows "+STARTUP" and "+WIFICON" have no parser: dispatch skips them.
 constexpr at_cmd_t AT_CMDS[ATCMD_NUM_CMDS] = {

@@ -9,6 +9,12 @@
 
 #include "atcmdprocess.h"
 
+extern "C" {
+
+ATCMD_API int findAtCmdIdx(const char *text, uint8_t *idx);
+ATCMD_API int findResCmdIdx(const char *name, uint8_t *idx);
+}
+
 namespace atcmd {
 
 // Rows whose received lines are unsolicited reports (type 5).

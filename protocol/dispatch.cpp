@@ -9,6 +9,8 @@
 #include "core/device_state.h"
 #include "core/log.h"
 #include "core/queue.h"
+#include "protocol/dispatch.h"
+#include "protocol/timeout.h"
 
 using atcmd::kTagManage;
 using atcmd::kTagParse;

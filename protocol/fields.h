@@ -6,6 +6,21 @@
 
 #include <stddef.h>
 #include <stdint.h>
+#include "atcmdprocess.h"
+
+extern "C" {
+
+/* Field extraction; each takes the whole received line. */
+ATCMD_API unsigned int getvalue_fromCmdString(const char *line, int64_t *value);
+ATCMD_API unsigned int getstr_fromCmdString(const char *line, char *out, size_t out_size);
+ATCMD_API unsigned int getstate_fromCmdString(const char *line, int32_t *state);
+ATCMD_API unsigned int getBatinfo_fromCmdString(const char *line, int32_t out[6]);
+ATCMD_API unsigned int getTmpinfo_fromCmdString(const char *line, int32_t out[2]);
+ATCMD_API unsigned int getUsbDevinfo_fromCmdString(const char *line, int32_t out[2]);
+ATCMD_API unsigned int getHALLinfo_fromCmdString(const char *line, int32_t out[3]);
+ATCMD_API unsigned int getACCinfo_fromCmdString(const char *line, int32_t out[3]);
+ATCMD_API unsigned int getVerInfo_fromCmdString(const char *line, char block[256]);
+}
 
 namespace atcmd {
 

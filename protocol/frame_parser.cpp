@@ -21,6 +21,7 @@
 
 #include "core/log.h"
 #include "protocol/cmd_table.h"
+#include "protocol/dispatch.h"
 
 using atcmd::kTagParse;
 

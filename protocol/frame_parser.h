@@ -7,6 +7,11 @@
 
 #include "atcmdprocess.h"
 
+extern "C" {
+
+ATCMD_API int cmd_Parse_from_buffer(AtCmder_t *cmd, const char *buffer);
+}
+
 namespace atcmd {
 
 int parse_char_by_char(AtCmder_t *cmd, const char *buffer);

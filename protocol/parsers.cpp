@@ -15,7 +15,11 @@
 #include "core/log.h"
 #include "core/queue.h"
 #include "core/relaxed.h"
+#include "device/reports.h"
+#include "hal/device_ops.h"
+#include "protocol/accessory_info.h"
 #include "protocol/fields.h"
+#include "protocol/parsers.h"
 #include "protocol/reply_shape.h"
 
 using namespace atcmd;

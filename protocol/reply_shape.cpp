@@ -5,6 +5,7 @@
 
 #include "core/device_state.h"
 #include "core/queue.h"
+#include "protocol/fields.h"
 
 namespace atcmd {
 namespace {

@@ -4,6 +4,16 @@
 #define ATCMD_PROTOCOL_TIMEOUT_H
 
 #include <stdint.h>
+#include "atcmdprocess.h"
+
+extern "C" {
+
+ATCMD_API extern uint64_t g_timeout;
+ATCMD_API void *atcmder_Timeout_thread(void *arg);
+ATCMD_API int rmTimeoutItem(AtCmder_t *reply);
+ATCMD_API void notifytimeout(AtCmder_t *cmd);
+ATCMD_API void notifyUartNotWork(void);
+}
 
 namespace atcmd {
 

@@ -14,10 +14,22 @@
 
 #include "atcmdprocess.h"
 #include "core/delays.h"
+#include "core/device_state.h"
+#include "core/log.h"
+#include "core/queue.h"
+#include "core/threads.h"
+#include "device/factory.h"
+#include "device/reports.h"
 #include "fixtures/callback_sink.h"
 #include "fixtures/census.h"
 #include "fixtures/sysroot.h"
 #include "fixtures/wait_until.h"
+#include "link/hiddemon.h"
+#include "link/serial_port.h"
+#include "link/usb_hotplug.h"
+#include "link/wifi_channel.h"
+#include "protocol/accessory_info.h"
+#include "protocol/timeout.h"
 
 namespace {
 

@@ -1,19 +1,20 @@
 #!/usr/bin/env bash
-# Checks that the module exports exactly the names its public header declares
-# with ATCMD_API (plus the host property store and HMI), and nothing else.
-# usage: check_exports.sh MODULE.so PUBLIC_HEADER [NM]
+# Checks that the module exports exactly the names its headers declare with
+# ATCMD_API (the client's header and the internal headers next to the code),
+# plus the host property store, and nothing else.
+# usage: check_exports.sh MODULE.so SOURCE_DIR [NM]
 # NM reads the module's symbols (default nm); a cross-built module needs the
 # cross toolchain's own.
 set -euo pipefail
 so=$1
-header=$2
+src=$2
 nm=${3:-nm}
 expected=$(mktemp)
 actual=$(mktemp)
 trap 'rm -f "$expected" "$actual"' EXIT
 
 {
-  grep -v '^#define' "$header" |
+  cat "$src"/include/atcmdprocess.h "$src"/{core,link,protocol,device,hal}/*.h | grep -v '^#define' |
     perl -ne 'print "$1\n" if /\bATCMD_API\b[^(\[;]*?\b([A-Za-z_]\w*)\s*[(\[;]/'
   printf '%s\n' property_get property_set
 } | sort -u >"$expected"
@@ -25,7 +26,7 @@ trap 'rm -f "$expected" "$actual"' EXIT
   sort -u >"$actual"
 
 if ! diff -u "$expected" "$actual"; then
-  echo "exported symbols differ from the public header (- missing, + unexpected)" >&2
+  echo "exported symbols differ from the headers (- missing, + unexpected)" >&2
   exit 1
 fi
-echo "$(wc -l <"$expected") exported names match the public header"
+echo "$(wc -l <"$expected") exported names match the headers"

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "atcmdprocess.h"
+#include "core/queue.h"
 
 namespace {
 

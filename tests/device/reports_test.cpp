@@ -11,11 +11,14 @@
 #include <vector>
 
 #include "atcmdprocess.h"
+#include "core/log.h"
 #include "device/factory.h"
+#include "device/reports.h"
 #include "fixtures/callback_sink.h"
 #include "fixtures/device.h"
 #include "fixtures/log_capture.h"
 #include "fixtures/queue_probe.h"
+#include "protocol/accessory_info.h"
 
 namespace {
 

@@ -3,6 +3,10 @@
 #include <unistd.h>
 
 #include "atcmdprocess.h"
+#include "core/queue.h"
+#include "hal/service.h"
+#include "link/serial_port.h"
+#include "link/wifi_channel.h"
 
 namespace {
 

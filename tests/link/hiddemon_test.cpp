@@ -11,6 +11,7 @@
 #include "fixtures/props.h"
 #include "fixtures/sysroot.h"
 #include "sim/hid_daemon.h"
+#include "link/wifi_channel.h"
 
 namespace {
 

@@ -19,6 +19,9 @@
 #include "fixtures/sysroot.h"
 #include "fixtures/wait_until.h"
 #include "sim/accessory.h"
+#include "core/queue.h"
+#include "core/threads.h"
+#include "link/serial_port.h"
 
 namespace {
 

@@ -7,8 +7,9 @@
 #include <vector>
 
 #include "atcmdprocess.h"
-#include "fixtures/sysroot.h"
 #include "fixtures/census.h"
+#include "fixtures/sysroot.h"
+#include "link/serial_port.h"
 #include "link/usb_hotplug.h"
 #include "sim/accessory.h"
 

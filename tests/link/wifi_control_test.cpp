@@ -18,6 +18,9 @@
 #include "fixtures/props.h"
 #include "fixtures/sysroot.h"
 #include "fixtures/wait_until.h"
+#include "link/hiddemon.h"
+#include "link/wifi_channel.h"
+#include "link/wifi_rx.h"
 #include "sim/hid_daemon.h"
 
 namespace {

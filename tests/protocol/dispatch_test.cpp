@@ -1,10 +1,13 @@
 #include <gtest/gtest.h>
 
 #include "atcmdprocess.h"
+#include "core/queue.h"
 #include "fixtures/child_process.h"
 #include "fixtures/device.h"
 #include "fixtures/queue_probe.h"
 #include "fixtures/wait_until.h"
+#include "protocol/dispatch.h"
+#include "protocol/frame_parser.h"
 
 namespace {
 

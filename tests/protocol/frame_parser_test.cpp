@@ -12,6 +12,8 @@
 #include <vector>
 
 #include "atcmdprocess.h"
+#include "core/log.h"
+#include "core/queue.h"
 #include "fixtures/device.h"
 #include "fixtures/log_capture.h"
 #include "fixtures/queue_probe.h"

@@ -13,11 +13,16 @@
 #include <vector>
 
 #include "atcmdprocess.h"
+#include "core/queue.h"
 #include "fixtures/callback_sink.h"
 #include "fixtures/device.h"
 #include "fixtures/log_capture.h"
 #include "fixtures/props.h"
 #include "fixtures/queue_probe.h"
+#include "protocol/accessory_info.h"
+#include "protocol/dispatch.h"
+#include "protocol/frame_parser.h"
+#include "protocol/parsers.h"
 
 namespace {
 

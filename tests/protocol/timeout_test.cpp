@@ -2,6 +2,7 @@
 #include <sys/time.h>
 
 #include "atcmdprocess.h"
+#include "core/queue.h"
 #include "fixtures/callback_sink.h"
 #include "fixtures/child_process.h"
 #include "fixtures/device.h"

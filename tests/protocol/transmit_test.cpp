@@ -14,6 +14,10 @@
 #include "fixtures/sysroot.h"
 #include "sim/accessory.h"
 #include "fixtures/queue_probe.h"
+#include "core/queue.h"
+#include "core/threads.h"
+#include "link/serial_port.h"
+#include "link/wifi_channel.h"
 
 namespace {
 
