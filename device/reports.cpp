@@ -12,7 +12,6 @@
 #include "core/queue.h"
 #include "core/relaxed.h"
 #include "device/reports.h"
-#include "protocol/accessory_info.h"
 #include "protocol/fields.h"
 
 using atcmd::kTagParse;

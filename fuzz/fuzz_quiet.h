@@ -1,6 +1,7 @@
 // Shared by the fuzz targets and the benchmark: keeps every log statement
 // running (its formatting is part of what is exercised and measured) while
-// its output goes nowhere, installs a device object, and takes records off
+// its output goes nowhere, installs a device object with start-up's wiring
+// between the layers, and takes records off
 // a queue.
 #ifndef ATCMD_FUZZ_FUZZ_QUIET_H
 #define ATCMD_FUZZ_FUZZ_QUIET_H
@@ -16,6 +17,7 @@
 #include "core/device_state.h"
 #include "core/queue.h"
 #include "hal/device_ops.h"
+#include "hal/wiring.h"
 
 namespace atcmd_fuzz {
 
@@ -29,6 +31,7 @@ inline atcmdprocess_device_t *install_device() {
     memset(&dev, 0, sizeof dev);
     atcmd::init_device(&dev, nullptr);
     atcmd::install_device(&dev);
+    atcmd::wire_layers();
     return &dev;
 }
 

@@ -6,7 +6,6 @@
 
 #include "atcmdprocess.h"
 #include "core/queue.h"
-#include "protocol/accessory_info.h"
 
 #ifdef __LP64__
 #define LP64_OR_ARM32(lp64, arm32) (lp64)

@@ -21,13 +21,13 @@
 #include "core/threads.h"
 #include "device/reports.h"
 #include "hal/service.h"
+#include "hal/wiring.h"
 #include "link/hiddemon.h"
 #include "link/serial_port.h"
 #include "link/serial_rx.h"
 #include "link/usb_hotplug.h"
 #include "link/wifi_channel.h"
 #include "link/wifi_rx.h"
-#include "protocol/accessory_info.h"
 #include "protocol/dispatch.h"
 #include "protocol/timeout.h"
 #include "protocol/transmit.h"
@@ -214,6 +214,7 @@ void *atcmder_sigProcess_thread(void *) {
 // second open starts a second set of threads on the new device.
 int atcmder_hal_open(void) {
     ATLOGI(kLogState, kTagManage, "func is atcmder_hal_open.");
+    wire_layers();
     memset(&g_kavren_devInfo, 0, sizeof g_kavren_devInfo);
     const sigset_t set = service_signals();
     for (atcmder_queue_t *q : {&Rx_head, &Tx_head, &Timeout_head}) atcmder_queue_init(q);

@@ -19,6 +19,16 @@
 #include <stddef.h>
 #include <stdint.h>
 
+// What a link's send returns, and atcmder_Tx_process after it: 0, or one of
+// these.
+#define ATCMD_TX_VUART_CLOSED 5
+#define ATCMD_TX_FIFO_WRITE_FAILED 14
+#define ATCMD_TX_UART_CLOSED 15
+#define ATCMD_TX_FIFO_CLOSED 16
+// The link went away, or took nothing for a second, while the record waited
+// to be written: the record was dropped (and logged).
+#define ATCMD_TX_DROPPED 17
+
 namespace atcmd {
 
 // The sends of every link log as the transmit thread's routing function, as

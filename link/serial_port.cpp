@@ -22,7 +22,6 @@
 #include "core/relaxed.h"
 #include "link/link_writer.h"
 #include "platform/sysroot.h"
-#include "protocol/transmit.h"
 
 int g_uart_fd = -1;
 int g_vuart_fd = -1;

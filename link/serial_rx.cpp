@@ -19,23 +19,31 @@
 #include "core/threads.h"
 #include "link/serial_port.h"
 #include "link/usb_hotplug.h"
-#include "protocol/frame_parser.h"
-#include "protocol/timeout.h"
 
 namespace atcmd {
 namespace {
 
 constexpr int kWaitForever = -1;
 
+const RxHooks *g_rx_hooks = nullptr;
+
+const RxHooks *rx_hooks() {
+    const RxHooks *hooks = acquire_load(&g_rx_hooks);
+    if (hooks == nullptr) ATLOGE(kLogAlways, kTagManage, "no receive hooks registered");
+    return hooks;
+}
+
 // The parser copies each line it finds; the scratch record only carries
 // the header fields common to the batch.
 void hand_to_parser(const char *text, uint8_t source) {
+    const RxHooks *hooks = rx_hooks();
+    if (hooks == nullptr) return;
     char line[ATCMD_TEXT_MAX] = {};
     AtCmder_t scratch;
     memset(&scratch, 0, sizeof scratch);
     scratch.source = source;
     scratch.data = line;
-    cmd_Parse_from_buffer(&scratch, text);
+    hooks->parse(&scratch, text);
 }
 
 // Runs on the UART receive thread, which owns g_uart_fd's re-opening. The
@@ -48,7 +56,7 @@ void reopen_uart() {
         fd_publish(&g_uart_fd, fd);
         return;
     }
-    notifyUartNotWork();
+    if (const RxHooks *hooks = rx_hooks()) hooks->uart_down();
 }
 
 // usb_connected of the device's USB status; no device counts as unplugged.
@@ -92,6 +100,8 @@ void *vuart_not_found() {
 }
 
 }  // namespace
+
+void set_rx_hooks(const RxHooks *hooks) { publish(&g_rx_hooks, hooks); }
 
 BatchState RxBatch::add(size_t n) {
     size_t room_left = kRxBufferSize - fill_;

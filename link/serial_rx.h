@@ -72,6 +72,17 @@ static_assert(has_conversions(kUartRx.too_long, "s") && has_conversions(kUartRx.
                   has_conversions(kVuartRx.too_long, "s") && has_conversions(kVuartRx.batch, "us"),
               "receive texts");
 
+// Where the receive threads hand their work: a complete batch to the frame
+// parser, and the news that the UART cannot be opened again to the timeout
+// reporting. Both live in the protocol layer above, which registers them at
+// start-up (hal/wiring.cpp) before any receive thread runs; a batch that
+// arrives with none registered is logged and dropped.
+struct RxHooks {
+    int (*parse)(AtCmder_t *scratch, const char *batch);
+    void (*uart_down)();
+};
+void set_rx_hooks(const RxHooks *hooks);
+
 // One read from fd (waiting without limit) into batch; a batch that this
 // read completes is handed to the frame parser as coming from the link's
 // source, an over-long one is dropped. False on a receive failure (nothing read).

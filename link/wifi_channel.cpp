@@ -24,7 +24,6 @@
 #include "link/hid_protocol.h"
 #include "platform/sysroot.h"
 #include "link/hiddemon.h"
-#include "protocol/transmit.h"
 
 using namespace atcmd;
 

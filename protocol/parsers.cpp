@@ -15,11 +15,10 @@
 #include "core/log.h"
 #include "core/queue.h"
 #include "core/relaxed.h"
-#include "device/reports.h"
-#include "hal/device_ops.h"
 #include "protocol/accessory_info.h"
 #include "protocol/fields.h"
 #include "protocol/parsers.h"
+#include "protocol/reply_effects.h"
 #include "protocol/reply_shape.h"
 
 using namespace atcmd;
@@ -174,7 +173,7 @@ unsigned int SHUTDOWN_parser(AtCmder_t *cmd) {
         rec.cmd_id = ATCMD_ID_STATE;
         rec.data = text;
         queue_put(kTxQueue, &rec);
-        atcmdprocess_wifi_stchange(0);
+        if (const ReplyEffects *e = reply_effects(__func__)) e->wifi_stchange(0);
         usleep(kShutdownReportPauseUs);
     }
     property_set("sys.powerctl", "shutdown");
@@ -247,7 +246,7 @@ static_assert(offsetof(kavren_devInfo_t, ver_item3) - offsetof(kavren_devInfo_t,
 unsigned int VER_parser(AtCmder_t *cmd) {
     open_line(__func__, cmd);
     if (is_query_from_mcu(cmd)) {
-        send_amlogic_ver();
+        if (const ReplyEffects *e = reply_effects(__func__)) e->send_version();
         return 0;
     }
     kavren_devInfo_t &d = g_kavren_devInfo;
@@ -271,7 +270,7 @@ unsigned int mac_reply(const char *parser, AtCmder_t *cmd, uint8_t row, const ch
     char *mac = g_kavren_devInfo.mac;
     memset(mac, 0, sizeof g_kavren_devInfo.mac);
     if (is_query_from_mcu(cmd)) {
-        send_bt_mac();
+        if (const ReplyEffects *e = reply_effects(parser)) e->send_bt_mac();
         return 0;
     }
     if (!read_field(parser, cmd, "Invalid BT MAC info!", mac, sizeof g_kavren_devInfo.mac))
@@ -304,7 +303,7 @@ unsigned int STATE_parser(AtCmder_t *cmd) {
     cmd->dest = ATCMD_EP_MCU;
     open_line(__func__, cmd);
     if (is_query_from_mcu(cmd)) {
-        send_stateToMCU();
+        if (const ReplyEffects *e = reply_effects(__func__)) e->send_state();
         return 0;
     }
     int32_t state = -1;
@@ -314,8 +313,9 @@ unsigned int STATE_parser(AtCmder_t *cmd) {
     const system_status_t *st = device_status();
     if (st != nullptr && relaxed_load(&st->platform) == ATCMD_PLATFORM_VUART &&
         state == ATCMD_STATE_PWROFF &&
-        relaxed_load(&st->mode) == ATCMD_MODE_WIFI)
-        atcmdprocess_wifi_stchange(0);
+        relaxed_load(&st->mode) == ATCMD_MODE_WIFI) {
+        if (const ReplyEffects *e = reply_effects(__func__)) e->wifi_stchange(0);
+    }
     return 0;
 }
 

@@ -5,17 +5,9 @@
 #include <stdint.h>
 
 #include "atcmdprocess.h"
+#include "link/link_writer.h"  // the ATCMD_TX_* results
 
 extern "C" {
-
-/* Result codes of atcmder_Tx_process. */
-#define ATCMD_TX_VUART_CLOSED 5
-#define ATCMD_TX_FIFO_WRITE_FAILED 14
-#define ATCMD_TX_UART_CLOSED 15
-#define ATCMD_TX_FIFO_CLOSED 16
-/* The link went away, or took nothing for a second, while the record
- * waited to be written: the record was dropped (and logged). */
-#define ATCMD_TX_DROPPED 17
 
 ATCMD_API void *atcmder_Tx_thread(void *arg);
 ATCMD_API int atcmder_Tx_process(AtCmder_t *cmd);

@@ -24,6 +24,7 @@
 #include "fixtures/census.h"
 #include "fixtures/sysroot.h"
 #include "fixtures/wait_until.h"
+#include "hal/wiring.h"
 #include "link/hiddemon.h"
 #include "link/serial_port.h"
 #include "link/usb_hotplug.h"
@@ -96,6 +97,9 @@ int main(int argc, char **argv) {
     atcmd::g_delays.uart_retry_pause = 200 * 1000;
     atcmd::g_delays.vuart_recheck_pause = 20 * 1000;
     atcmd_test::CallbackSink::name_rows(AT_CMDS);  // the module is linked in
+    // Cases drive the layers without opening the module: start-up's wiring
+    // of the calls upward is done here once.
+    atcmd::wire_layers();
     auto &listeners = ::testing::UnitTest::GetInstance()->listeners();
     if (!death_child) listeners.Append(new FreshModulePerCase);
     return RUN_ALL_TESTS();

@@ -18,7 +18,6 @@
 #include "fixtures/device.h"
 #include "fixtures/log_capture.h"
 #include "fixtures/queue_probe.h"
-#include "protocol/accessory_info.h"
 
 namespace {
 

@@ -19,7 +19,6 @@
 #include "fixtures/log_capture.h"
 #include "fixtures/props.h"
 #include "fixtures/queue_probe.h"
-#include "protocol/accessory_info.h"
 #include "protocol/dispatch.h"
 #include "protocol/frame_parser.h"
 #include "protocol/parsers.h"
