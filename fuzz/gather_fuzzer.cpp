@@ -15,6 +15,7 @@
 
 #include "atcmdprocess.h"
 #include "fuzz/fuzz_quiet.h"
+#include "link/acm_link.h"
 #include "link/serial_rx.h"
 #include "protocol/frame_parser.h"
 

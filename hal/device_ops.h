@@ -8,9 +8,6 @@ extern "C" {
 
 ATCMD_API int set_notify_callback(atcmdprocess_device_t *dev, atcmd_notify_callback_t cb);
 ATCMD_API int cmd_from_hidl(AtCmder_t *cmd);
-ATCMD_API int atcmdprocess_wifi_init(const char *ipaddr);
-ATCMD_API int atcmdprocess_wifi_stchange(int32_t state);
-ATCMD_API int atcmdprocess_hiddemon_stchange(const char *status);
 ATCMD_API int atcmdprocess_amlogic_shake_hands(void);
 }
 

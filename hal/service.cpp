@@ -21,13 +21,15 @@
 #include "core/threads.h"
 #include "device/reports.h"
 #include "hal/service.h"
+#include "hal/wifi_control.h"
 #include "hal/wiring.h"
+#include "link/acm_link.h"
 #include "link/hiddemon.h"
 #include "link/serial_port.h"
 #include "link/serial_rx.h"
+#include "link/uart_link.h"
 #include "link/usb_hotplug.h"
-#include "link/wifi_channel.h"
-#include "link/wifi_rx.h"
+#include "link/wifi_link.h"
 #include "protocol/dispatch.h"
 #include "protocol/timeout.h"
 #include "protocol/transmit.h"
@@ -36,20 +38,26 @@ using namespace atcmd;
 
 namespace {
 
-// The steps below log as the signal thread that runs them.
-constexpr char kSignalThread[] = "atcmder_sigProcess_thread";
 // Lets the version report leave before the queries that follow it.
 constexpr useconds_t kShakeHandsPauseUs = 50000;
+
+}  // namespace
+
+namespace atcmd {
+
+void log_cast_mode(const system_status_t *st) {
+    ATLOGI_FN(kSignalThread, kLogState, kTagManage, "Current cast mode is %d", relaxed_load(&st->mode));
+}
+
+}  // namespace atcmd
+
+namespace {
 
 sigset_t service_signals() {
     sigset_t set;
     sigemptyset(&set);
     for (int sig : {SIGUSR1, SIGUSR2, SIGURG, SIGVTALRM}) sigaddset(&set, sig);
     return set;
-}
-
-void log_cast_mode(const system_status_t *st) {
-    ATLOGI_FN(kSignalThread, kLogState, kTagManage, "Current cast mode is %d", relaxed_load(&st->mode));
 }
 
 // The node the virtual UART was opened on. Only this thread opens and
@@ -72,12 +80,8 @@ bool start_vuart_reader() {
 void usb_plugged(system_status_t *st, const AcmNode &node) {
     if (kavren_node_plugged(node.name) != 1) return;
     ATLOGI_FN(kSignalThread, kLogDetail, kTagManage, "hot pluged device is kavren.");
-    fd_retire(&g_vuart_fd);
-    // Opened aside and published only when set up: a failed set-up leaves a
-    // closed number in its variable, which must never be g_vuart_fd.
-    int fd = -1;
-    if (VUART_init(&fd, node.number) != 0) return;
-    fd_publish(&g_vuart_fd, fd);
+    acm_close();
+    if (acm_open(node.number) != 0) return;
     link_node = node.number;
     if (!start_vuart_reader()) return;
     relaxed_store(&st->mode, ATCMD_MODE_USB);
@@ -91,7 +95,7 @@ void usb_unplugged(system_status_t *st) {
     relaxed_store(&st->usbdev_sts.usb_connected, 0);
     relaxed_store(&st->usbdev_sts.usb_devinfo, -1);
     notify_usbevent();
-    fd_retire(&g_vuart_fd);
+    acm_close();
     relaxed_store(&st->mode,
                   relaxed_load(&st->wifi_status) == 1 ? ATCMD_MODE_WIFI : ATCMD_MODE_NONE);
     log_cast_mode(st);
@@ -136,30 +140,6 @@ void usb_settle(system_status_t *st, const AcmNode *tried) {
                   static_cast<long>(link_node));
         start_vuart_reader();
     }
-}
-
-// The HID daemon reported "running": open the channel and watch it. A USB
-// cast in progress keeps mode 0. A tear-down since the report wins.
-void wifi_up(system_status_t *st) {
-    ChannelLock lock;
-    if (!running_still_current()) {
-        ATLOGI_FN(kSignalThread, kLogState, kTagManage,
-                  "WiFi was stopped after the daemon reported running: channel stays closed");
-        return;
-    }
-    if (relaxed_load(&st->mode) != ATCMD_MODE_USB) relaxed_store(&st->mode, ATCMD_MODE_WIFI);
-    Socket_Fifo_Init();
-    // The same text for both threads, as the field logs have always shown.
-    if (relaxed_load(&g_wifiRx_thread) == 0 &&
-        start_alarm_thread(&g_wifiRx_thread, atcmder_wifiRx_thread) != 0)
-        ATLOGE_FN(kSignalThread, kLogAlways, kTagManage, "atcmder_wifiRx_thread init failed!");
-    if (relaxed_load(&g_wifiHBeat_thread) == 0 &&
-        start_alarm_thread(&g_wifiHBeat_thread, atcmder_wifiHBeat_thread) != 0)
-        ATLOGE_FN(kSignalThread, kLogAlways, kTagManage, "atcmder_wifiRx_thread init failed!");
-    if (relaxed_load(&st->platform) == ATCMD_PLATFORM_VUART) get_kavren_info();
-    property_set("vendor.kavren.timesync", "enable");
-    ATLOGI_FN(kSignalThread, kLogState, kTagManage, "Set vendor.kavren.timesync enable!");
-    log_cast_mode(st);
 }
 
 void shake_hands() {
@@ -221,10 +201,7 @@ int atcmder_hal_open(void) {
 
     Init_TimeoutPara();
     const int32_t platform = current_platform();
-    if (platform == ATCMD_PLATFORM_UART) {
-        int fd = -1;
-        if (UART_init(&fd) == 0) fd_publish(&g_uart_fd, fd);
-    }
+    if (platform == ATCMD_PLATFORM_UART) uart_open();
 
     // Blocked here, in the client's thread, so every thread started below
     // inherits the mask and only the signal thread's sigwait takes them.

@@ -23,4 +23,14 @@ ATCMD_API void *atcmder_sigProcess_thread(void *arg);
 ATCMD_API int atcmder_hal_close(void);
 }
 
+namespace atcmd {
+
+// The signal thread's steps log as the signal thread.
+inline constexpr char kSignalThread[] = "atcmder_sigProcess_thread";
+
+// The signal thread's closing line after each link event.
+void log_cast_mode(const system_status_t *st);
+
+}  // namespace atcmd
+
 #endif

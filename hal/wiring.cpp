@@ -6,6 +6,7 @@
 #include "protocol/frame_parser.h"
 #include "protocol/reply_effects.h"
 #include "protocol/timeout.h"
+#include "hal/wifi_control.h"
 
 namespace atcmd {
 namespace {

@@ -17,7 +17,7 @@
 #include "core/relaxed.h"
 #include "core/threads.h"
 #include "link/hid_protocol.h"
-#include "link/wifi_channel.h"
+#include "link/wifi_link.h"
 #include "platform/sysroot.h"
 
 using namespace atcmd;

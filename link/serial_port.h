@@ -1,28 +1,16 @@
-// Internal pieces of the serial links that are worth testing on their own:
-// the line settings are built without a device, since a pseudo-terminal
-// (what the tests have) forces 8 data bits and no parity whatever is asked.
+// The machinery the UART and the virtual UART share, each driven by its
+// link's SerialLink description; and the line settings, built without a
+// device so that they can be tested (a pseudo-terminal, what the tests have,
+// forces 8 data bits and no parity whatever is asked).
 #ifndef ATCMD_LINK_SERIAL_PORT_H
 #define ATCMD_LINK_SERIAL_PORT_H
 
+#include <fcntl.h>
 #include <stddef.h>
 #include <stdint.h>
 #include <termios.h>
-#include "atcmdprocess.h"
 
-extern "C" {
-
-ATCMD_API extern int g_uart_fd;
-ATCMD_API extern int g_vuart_fd;
-
-ATCMD_API int UART_init(int *fd);
-ATCMD_API int VUART_init(int *fd, int64_t acm);
-ATCMD_API int UART_setOpt(int fd, int baud, int bits, char parity, int stop);
-ATCMD_API int VUART_setOpt(int fd, int baud, int bits, char parity, int stop);
-ATCMD_API int UART_Recv(int fd, char *buf, int len, int timeout_ms);
-ATCMD_API int VUART_Recv(int fd, char *buf, int len, int timeout_ms);
-ATCMD_API int UART_Send(int fd, const char *data, int len);
-ATCMD_API int VUART_Send(int fd, const char *data, int len);
-}
+#include "core/log.h"
 
 namespace atcmd {
 
@@ -35,15 +23,42 @@ enum class LineError { kNone, kDataSize, kParity, kStopBits };
 LineError make_line_settings(int baud, int bits, char parity, int stop, termios *out);
 bool baud_is_known(int baud);
 
-// The transmit thread's sends on the two serial links: through a write end
-// of its own (link/link_writer.h), logged as atcmder_Tx_process. 0, or
-// ATCMD_TX_VUART_CLOSED / ATCMD_TX_UART_CLOSED, or ATCMD_TX_DROPPED; the
-// write's own result is logged by the send operation, not returned.
-int vuart_transmit(const char *text, size_t len);
-int uart_transmit(const char *text, size_t len);
+constexpr int kOpenFlags = O_RDWR | O_NOCTTY | O_NONBLOCK;
+constexpr int kLineBaud = 460800;
 
-// "/dev/ttyACM" keeps room for 4 digits in its 16-byte path buffer.
-constexpr bool acm_number_fits(int64_t acm) { return acm >= 0 && acm <= 9999; }
+// The public functions' names go into the log prefix of the shared steps
+// below, so each link's lines name UART_init or VUART_Send, as a reader
+// searching the log expects.
+struct SerialLink {
+    const char *tag;
+    const char *init_fn;
+    const char *setopt_fn;
+    const char *send_fn;
+    const char *fcntl_done;     // %d: what clearing the status flags returned
+    const char *not_a_tty;
+    const char *opened;         // %d: the descriptor (the UART's text leaves it out)
+    const char *setopt_failed;
+    const char *ready;          // %s %d: device path, descriptor
+};
+
+constexpr bool texts_take_their_arguments(const SerialLink &l, const char *opened) {
+    return has_conversions(l.fcntl_done, "d") && has_conversions(l.not_a_tty, "") &&
+           has_conversions(l.opened, opened) && has_conversions(l.setopt_failed, "") &&
+           has_conversions(l.ready, "sd");
+}
+
+// The steps behind each link's exported calls, logged under that link's
+// names. set_line: UART_setOpt / VUART_setOpt.
+int set_line(const SerialLink &link, int fd, int baud, int bits, char parity, int stop);
+// The steps after a successful open. On a failure the descriptor is closed
+// but the caller's variable keeps its number: the callers store -1
+// themselves before retrying.
+int configure_opened(const SerialLink &link, int fd, const char *path);
+int serial_recv(int fd, char *buf, int len, int timeout_ms);
+// One write, no retry: a short write counts as a failure and whatever the
+// line still holds is discarded. data is a NUL-terminated frame (it is
+// logged as a string).
+int serial_send(const SerialLink &link, int fd, const char *data, int len);
 
 }  // namespace atcmd
 

@@ -9,13 +9,7 @@
 
 #include "atcmdprocess.h"
 #include "core/log.h"
-#include "link/serial_port.h"
 
-extern "C" {
-
-ATCMD_API void *atcmder_uartRx_thread(void *arg);
-ATCMD_API void *atcmder_VuartRx_thread(void *arg);
-}
 
 namespace atcmd {
 
@@ -54,23 +48,6 @@ struct SerialRx {
 
 constexpr uint8_t from_mcu() { return ATCMD_EP_MCU; }
 
-inline constexpr SerialRx kUartRx = {
-    "atcmder_uartRx_thread",
-    "Uart receive data length is too long, skip it, receive data is %s ",
-    "Uart rcv data length is %zu, receive data is %s",
-    UART_Recv,
-    from_mcu,
-};
-inline constexpr SerialRx kVuartRx = {
-    "atcmder_VuartRx_thread",
-    "Vuart receive data length is too long, skip it, receive data is %s ",
-    "Vuart receive data length is %zu, receive data is %s",
-    VUART_Recv,
-    from_mcu,
-};
-static_assert(has_conversions(kUartRx.too_long, "s") && has_conversions(kUartRx.batch, "us") &&
-                  has_conversions(kVuartRx.too_long, "s") && has_conversions(kVuartRx.batch, "us"),
-              "receive texts");
 
 // Where the receive threads hand their work: a complete batch to the frame
 // parser, and the news that the UART cannot be opened again to the timeout
@@ -82,6 +59,8 @@ struct RxHooks {
     void (*uart_down)();
 };
 void set_rx_hooks(const RxHooks *hooks);
+// The registered hooks, or nullptr after a log line.
+const RxHooks *rx_hooks();
 
 // One read from fd (waiting without limit) into batch; a batch that this
 // read completes is handed to the frame parser as coming from the link's

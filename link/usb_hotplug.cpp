@@ -30,6 +30,7 @@
 #include "core/log.h"
 #include "core/relaxed.h"
 #include "core/threads.h"
+#include "link/acm_link.h"
 #include "link/serial_port.h"
 #include "link/usb_hotplug.h"
 #include "platform/sysroot.h"

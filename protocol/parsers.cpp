@@ -25,8 +25,6 @@ using namespace atcmd;
 
 namespace {
 
-// The status REBOOT_parser and ERROR_parser return for a line without value.
-constexpr unsigned int kNoValue = 3;
 // Lets the "+STATE=PWROFF" report leave before the WiFi link goes down.
 constexpr useconds_t kShutdownReportPauseUs = 50000;
 
@@ -83,13 +81,13 @@ NUMBER_PARSER(TEST_parser, ATCMD_ID_TEST, nullptr, "Invalid Test cmd!", kNoRelay
 unsigned int REBOOT_parser(AtCmder_t *cmd) {
     static constexpr NumberReply kReply(ATCMD_ID_REBOOT, "REBOOT_parser state is %ld, cmdIDX is %d",
                                         "Invalid  reboot cmd!");
-    return number_reply(__func__, cmd, kReply) ? 0 : kNoValue;
+    return number_reply(__func__, cmd, kReply) ? 0 : ATCMD_PARSE_NO_VALUE;
 }
 
 unsigned int ERROR_parser(AtCmder_t *cmd) {
     static constexpr NumberReply kReply(ATCMD_ID_ERROR, "ERROR_parser state is %ld, cmdIDX is %d",
                                         "Invalid  error cmd!", 0);
-    return number_reply(__func__, cmd, kReply) ? 0 : kNoValue;
+    return number_reply(__func__, cmd, kReply) ? 0 : ATCMD_PARSE_NO_VALUE;
 }
 
 // The accessory powers off: on the USB side its link is gone with it.

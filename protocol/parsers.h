@@ -10,8 +10,10 @@
 extern "C" {
 
 /* Response parsers, one per row of AT_CMDS but "+STARTUP" and "+WIFICON".
- * Each takes the received record (data: the whole line) and returns 0, or 3
- * when REBOOT_parser or ERROR_parser find no value. */
+ * Each takes the received record (data: the whole line) and returns 0, or
+ * ATCMD_PARSE_NO_VALUE when REBOOT_parser or ERROR_parser find no value. */
+#define ATCMD_PARSE_NO_VALUE 3
+
 ATCMD_API unsigned int REBOOT_parser(AtCmder_t *cmd);
 ATCMD_API unsigned int UPGRADE_parser(AtCmder_t *cmd);
 ATCMD_API unsigned int RECOVERY_parser(AtCmder_t *cmd);

@@ -13,8 +13,9 @@
 #include "core/log.h"
 #include "core/queue.h"
 #include "core/relaxed.h"
-#include "link/serial_port.h"
-#include "link/wifi_channel.h"
+#include "link/acm_link.h"
+#include "link/uart_link.h"
+#include "link/wifi_link.h"
 
 namespace atcmd {
 namespace {
@@ -94,11 +95,11 @@ int atcmder_Tx_process(AtCmder_t *cmd) {
     size_t len = strlen(text);
 
     if (links.platform == ATCMD_PLATFORM_VUART)
-        return links.mode == ATCMD_MODE_WIFI ? wifi_transmit(text, len, WifiTransmit::kCast)
-                                             : vuart_transmit(text, len);
+        return links.mode == ATCMD_MODE_WIFI ? wifi_send(text, len, WifiTransmit::kCast)
+                                             : acm_send(text, len);
     if (links.platform == ATCMD_PLATFORM_UART)
         return cmd->dest == ATCMD_EP_MPHONE && links.mode == ATCMD_MODE_WIFI
-                   ? wifi_transmit(text, len, WifiTransmit::kRelay)
-                   : uart_transmit(text, len);
+                   ? wifi_send(text, len, WifiTransmit::kRelay)
+                   : uart_send(text, len);
     return 0;  // no link on any other platform
 }

@@ -25,10 +25,12 @@
 #include "fixtures/sysroot.h"
 #include "fixtures/wait_until.h"
 #include "hal/wiring.h"
+#include "link/acm_link.h"
 #include "link/hiddemon.h"
 #include "link/serial_port.h"
+#include "link/uart_link.h"
 #include "link/usb_hotplug.h"
-#include "link/wifi_channel.h"
+#include "link/wifi_link.h"
 #include "protocol/accessory_info.h"
 #include "protocol/timeout.h"
 

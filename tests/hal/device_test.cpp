@@ -5,8 +5,10 @@
 #include "atcmdprocess.h"
 #include "core/queue.h"
 #include "hal/service.h"
+#include "link/acm_link.h"
 #include "link/serial_port.h"
-#include "link/wifi_channel.h"
+#include "link/uart_link.h"
+#include "link/wifi_link.h"
 
 namespace {
 

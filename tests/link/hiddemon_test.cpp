@@ -11,7 +11,8 @@
 #include "fixtures/props.h"
 #include "fixtures/sysroot.h"
 #include "sim/hid_daemon.h"
-#include "link/wifi_channel.h"
+#include "link/wifi_link.h"
+#include "hal/wifi_control.h"
 
 namespace {
 

@@ -11,6 +11,8 @@
 #include "atcmdprocess.h"
 #include "fixtures/sysroot.h"
 #include "sim/accessory.h"
+#include "link/acm_link.h"
+#include "link/uart_link.h"
 
 namespace {
 

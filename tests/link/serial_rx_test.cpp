@@ -22,6 +22,8 @@
 #include "core/queue.h"
 #include "core/threads.h"
 #include "link/serial_port.h"
+#include "link/uart_link.h"
+#include "link/acm_link.h"
 
 namespace {
 

@@ -9,6 +9,7 @@
 #include "atcmdprocess.h"
 #include "fixtures/census.h"
 #include "fixtures/sysroot.h"
+#include "link/acm_link.h"
 #include "link/serial_port.h"
 #include "link/usb_hotplug.h"
 #include "sim/accessory.h"

@@ -18,9 +18,9 @@
 #include "fixtures/props.h"
 #include "fixtures/sysroot.h"
 #include "fixtures/wait_until.h"
+#include "hal/wifi_control.h"
 #include "link/hiddemon.h"
-#include "link/wifi_channel.h"
-#include "link/wifi_rx.h"
+#include "link/wifi_link.h"
 #include "sim/hid_daemon.h"
 
 namespace {
@@ -94,12 +94,12 @@ TEST_F(WifiControl, StopAsksPolitelyAndForcesWhenTheDaemonDoesNotAnswerExactly) 
 }
 
 TEST_F(WifiControl, ChannelOpensOverTheDaemonsFifosAndClosesWithoutLeaks) {
-    EXPECT_EQ(10, Socket_Fifo_Init()) << "the FIFOs are the daemon's to create";
+    EXPECT_EQ(ATCMD_WIFI_FIFO_MISSING, Socket_Fifo_Init()) << "the FIFOs are the daemon's to create";
     auto daemon = this->daemon("exit");
     int before = atcmd_test::open_fd_count();
     const std::string rx = root.path("/dev/fifo_rx");
     unlink(rx.c_str());
-    EXPECT_EQ(10, Socket_Fifo_Init());
+    EXPECT_EQ(ATCMD_WIFI_FIFO_MISSING, Socket_Fifo_Init());
     EXPECT_EQ(before + 1, atcmd_test::open_fd_count()) << "the transmit FIFO stays open";
     mkfifo(rx.c_str(), 0600);
     ASSERT_EQ(0, Socket_Fifo_Init());

@@ -17,7 +17,9 @@
 #include "core/queue.h"
 #include "core/threads.h"
 #include "link/serial_port.h"
-#include "link/wifi_channel.h"
+#include "link/wifi_link.h"
+#include "link/acm_link.h"
+#include "link/uart_link.h"
 
 namespace {
 

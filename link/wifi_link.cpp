@@ -1,16 +1,19 @@
 // The WiFi link: the HID daemon owns the socket and relays its bytes through
-// named FIFOs; this module reads /dev/fifo_rx and writes /dev/fifo_tx. These
-// functions open, close and restart that link. They run on the client's
+// named FIFOs; this module reads /dev/fifo_rx and writes /dev/fifo_tx. The
+// functions below open, close and restart that link, send on it, and read it
+// on the WiFi receive thread. They run on the client's
 // thread (device operations), the dispatch thread (parsers), the heartbeat
 // thread and the signal thread, one at a time under the channel lock. The
 // receive thread works on the channel's numbers themselves, so they are
 // retired only once it has been ended and joined.
-#include "link/wifi_channel.h"
+#include "link/wifi_link.h"
 
 #include <errno.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <string.h>
 #include <sys/epoll.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <cutils/properties.h>
@@ -20,10 +23,11 @@
 #include "core/log.h"
 #include "core/relaxed.h"
 #include "core/threads.h"
-#include "link/link_writer.h"
 #include "link/hid_protocol.h"
-#include "platform/sysroot.h"
 #include "link/hiddemon.h"
+#include "link/link_writer.h"
+#include "link/serial_rx.h"
+#include "platform/sysroot.h"
 
 using namespace atcmd;
 
@@ -80,7 +84,7 @@ thread_local LinkWriter t_fifo{&g_fifo_tx_fd, "wifi fifo"};
 
 }  // namespace
 
-int wifi_transmit(const char *text, size_t len, WifiTransmit how) {
+int wifi_send(const char *text, size_t len, WifiTransmit how) {
     WriteEnd end(t_fifo);
     if (end.fd() < 0) {
         ATLOGE_FN(kTransmitFn, kLogAlways, kTagManage, "wifi fifo is not opened!");
@@ -129,14 +133,14 @@ int Socket_Fifo_Init(void) {
     if (tx >= 0) fd_publish(&g_fifo_tx_fd, tx);
     if (rx < 0 || tx < 0) {
         ATLOGE(kLogAlways, kTagManage, "cannot open device: %s\n", kFifoRx);
-        return 10;
+        return ATCMD_WIFI_FIFO_MISSING;
     }
 
     const int epfd = epoll_create1(0);
     if (epfd < 0) {
         ATLOGE(kLogAlways, kTagManage, "Create epoll instance, errno:%d, errstr:%s\n", errno,
                strerror(errno));
-        return 11;
+        return ATCMD_WIFI_EPOLL_FAILED;
     }
     struct epoll_event ev = {};
     ev.events = EPOLLIN | EPOLLET;
@@ -148,7 +152,7 @@ int Socket_Fifo_Init(void) {
     fd_publish(&epfd_socket, epfd);
     if (!watched) {
         ATLOGE(kLogAlways, kTagManage, "Set epoll_ctl, errno:%d, errstr:%s\n", err, strerror(err));
-        return 11;
+        return ATCMD_WIFI_EPOLL_FAILED;
     }
     ATLOGI(kLogState, kTagManage, "FIFO_RX and FIFO_TX open successfully!");
     return 0;
@@ -181,4 +185,70 @@ int wifi_Chan_ReInit(void) {
         r = property_set(kPropHidCmd, kCmdStartClient);
     }
     return r;
+}
+
+// ---- The receive thread ----
+// Reads what the accessory sent over WiFi from /dev/fifo_rx (relayed by the
+// HID daemon) and hands whole batches of lines to the frame parser, exactly
+// as the serial receive threads do. It never closes anything itself:
+// stop_wifi_channel ends it with SIGALRM and joins it.
+
+namespace {
+
+constexpr int kMaxEvents = 32;
+// A channel whose epoll set-up failed makes every wait fail at once; pause
+// rather than spin until the channel is closed. A wait that fails at once
+// never takes the SIGALRM that closing sends, so the pause must.
+constexpr useconds_t kFailedWaitPauseUs = 10000;
+
+// Waits on the channel's epoll instance and reads from the first ready
+// descriptor only: bytes beyond this read wait for the next arrival, even
+// though the descriptor is edge-triggered.
+int fifo_recv(int, char *buf, int len, int) {
+    struct epoll_event events[kMaxEvents];
+    sigset_t mask;
+    atcmd::wait_mask_for_exit(&mask);  // SIGALRM may end the thread only in its waits
+    int n = epoll_pwait(atcmd::acquire_load(&epfd_socket), events, kMaxEvents, -1, &mask);
+    if (n < 1) return n;
+    return static_cast<int>(read(events[0].data.fd, buf, static_cast<size_t>(len)));
+}
+
+// Platform 2 hears the MPHONE peer over WiFi, platform 1 the local client's
+// counterpart; any other platform leaves the source unset.
+uint8_t wifi_source() {
+    const int32_t platform = atcmd::current_platform();
+    if (platform == ATCMD_PLATFORM_UART) return ATCMD_EP_MPHONE;
+    if (platform == ATCMD_PLATFORM_VUART) return ATCMD_EP_CLIENT;
+    return 0;
+}
+
+constexpr atcmd::SerialRx kWifiRx = {
+    "atcmder_wifiRx_thread",
+    "wifi receive data length is too long, skip it, receive data is %s ",
+    "Wifi receive data length is %zu, receive data is %s",
+    fifo_recv,
+    wifi_source,
+};
+static_assert(atcmd::has_conversions(kWifiRx.too_long, "s") &&
+                  atcmd::has_conversions(kWifiRx.batch, "us"),
+              "WiFi receive texts");
+
+}  // namespace
+
+void *atcmder_wifiRx_thread(void *) {
+    // First, before anything that takes a lock: a thread started with a
+    // plain pthread_create may be sent SIGALRM at once, and the handler must
+    // not end it inside its first log line, holding the log's lock.
+    atcmd::install_thread_exit_handler();
+    atcmd::RxBatch batch;
+    prctl(PR_SET_NAME, "wifiRx_thread");
+    ATLOGI(atcmd::kLogState, atcmd::kTagManage, "atcmder_wifiRx_thread is running!");
+
+    for (int fd; (fd = atcmd::acquire_load(&g_fifo_rx_fd)) >= 0;) {
+        if (!atcmd::receive_once(kWifiRx, fd, &batch))
+            atcmd::sleep_until_exit_signal(kFailedWaitPauseUs);
+    }
+    atcmd::leave_alarm_thread(&g_wifiRx_thread);
+    ATLOGI(atcmd::kLogState, atcmd::kTagManage, "atcmder_wifiRx_thread exits!");
+    return nullptr;
 }

@@ -1,11 +1,16 @@
-// The WiFi channel's life beyond its exported entry points: who may open and
-// close it, and when a daemon's "running" still counts.
-#ifndef ATCMD_LINK_WIFI_CHANNEL_H
-#define ATCMD_LINK_WIFI_CHANNEL_H
+// The WiFi link: the FIFOs the HID daemon relays the accessory's bytes
+// through (the daemon itself: link/hiddemon.h). Its face is the one every
+// link shows: Socket_Fifo_Init opens it, wifi_send sends on it, the receive
+// thread atcmder_wifiRx_thread reads it, stop_wifi_channel closes it. Below
+// them: who may open and close it, and when a daemon's "running" still
+// counts.
+#ifndef ATCMD_LINK_WIFI_LINK_H
+#define ATCMD_LINK_WIFI_LINK_H
 
 #include <pthread.h>
 #include <stddef.h>
 #include <stdint.h>
+
 #include "atcmdprocess.h"
 
 extern "C" {
@@ -14,9 +19,15 @@ ATCMD_API extern int g_fifo_rx_fd;
 ATCMD_API extern int g_fifo_tx_fd;
 ATCMD_API extern int epfd_socket;
 
+/* Socket_Fifo_Init: 0, or one of these. */
+#define ATCMD_WIFI_FIFO_MISSING 10 /* a FIFO could not be opened (the daemon creates them) */
+#define ATCMD_WIFI_EPOLL_FAILED 11 /* /dev/fifo_rx could not be watched */
+
 ATCMD_API int Socket_Fifo_Init(void);
 ATCMD_API void stop_wifi_channel(void);
 ATCMD_API int wifi_Chan_ReInit(void);
+
+ATCMD_API void *atcmder_wifiRx_thread(void *arg);
 }
 
 namespace atcmd {
@@ -50,7 +61,7 @@ bool running_still_current();
 // relaying to the peer on platform 2 after; the two have always differed.
 // 0, ATCMD_TX_FIFO_CLOSED, ATCMD_TX_FIFO_WRITE_FAILED or ATCMD_TX_DROPPED.
 enum class WifiTransmit { kCast, kRelay };
-int wifi_transmit(const char *text, size_t len, WifiTransmit how);
+int wifi_send(const char *text, size_t len, WifiTransmit how);
 
 }  // namespace atcmd
 
