@@ -36,22 +36,22 @@ TEST_F(Reports, IdentityQueriesComeInOrderAndPlatform1AlsoAsksStateUsbAndBle) {
     property_set("net.bluetooth.macaddr", "AA:BB");
     st.platform = 2;
     get_kavren_info();
-    EXPECT_EQ((Texts{"3/3/15/15/2:AT+TYPE?#15&2\r\n", "3/3/9/9/2:AT+BAT?#9&2\r\n",
-                     "4/3/7/7/2:AT+BLEMAC=AA:BB#8&2\r\n", "3/3/13/13/2:AT+SN?#13&2\r\n",
-                     "3/3/14/14/2:AT+SID?#14&2\r\n", "3/3/17/17/2:AT+SCREEN?#17&2\r\n",
-                     "3/3/19/19/2:AT+MICMODE?#19&2\r\n", "3/3/11/11/2:AT+VER?#11&2\r\n"}),
+    EXPECT_EQ((Texts{"query>MCU +TYPE/15 f2:AT+TYPE?#15&2\r\n", "query>MCU +BAT/9 f2:AT+BAT?#9&2\r\n",
+                     "response>MCU +BTMAC/7 f2:AT+BLEMAC=AA:BB#8&2\r\n", "query>MCU +SN/13 f2:AT+SN?#13&2\r\n",
+                     "query>MCU +SID/14 f2:AT+SID?#14&2\r\n", "query>MCU +SCREEN/17 f2:AT+SCREEN?#17&2\r\n",
+                     "query>MCU +MICMODE/19 f2:AT+MICMODE?#19&2\r\n", "query>MCU +VER/11 f2:AT+VER?#11&2\r\n"}),
               sent());
     st.platform = 1;
     get_kavren_info();
-    EXPECT_EQ((Texts{"3/3/15/15/1:AT+TYPE?#15&1\r\n", "3/3/9/9/1:AT+BAT?#9&1\r\n",
-                     "4/3/7/7/1:AT+BTMAC=AA:BB#7&1\r\n", "3/3/13/13/1:AT+SN?#13&1\r\n",
-                     "3/3/14/14/1:AT+SID?#14&1\r\n", "3/3/17/17/1:AT+SCREEN?#17&1\r\n",
-                     "3/3/10/10/1:AT+STATE?#10&1\r\n", "3/3/16/16/1:AT+USBSTATE?#16&1\r\n",
-                     "3/3/8/8/1:AT+BLEMAC?#8&1\r\n", "3/3/19/19/1:AT+MICMODE?#19&1\r\n",
-                     "3/3/11/11/1:AT+VER?#11&1\r\n"}),
+    EXPECT_EQ((Texts{"query>MCU +TYPE/15 f1:AT+TYPE?#15&1\r\n", "query>MCU +BAT/9 f1:AT+BAT?#9&1\r\n",
+                     "response>MCU +BTMAC/7 f1:AT+BTMAC=AA:BB#7&1\r\n", "query>MCU +SN/13 f1:AT+SN?#13&1\r\n",
+                     "query>MCU +SID/14 f1:AT+SID?#14&1\r\n", "query>MCU +SCREEN/17 f1:AT+SCREEN?#17&1\r\n",
+                     "query>MCU +STATE/10 f1:AT+STATE?#10&1\r\n", "query>MCU +USBSTATE/16 f1:AT+USBSTATE?#16&1\r\n",
+                     "query>MCU +BLEMAC/8 f1:AT+BLEMAC?#8&1\r\n", "query>MCU +MICMODE/19 f1:AT+MICMODE?#19&1\r\n",
+                     "query>MCU +VER/11 f1:AT+VER?#11&1\r\n"}),
               sent());
     get_kavren_castmode();  // fixed text on every platform
-    EXPECT_EQ(Texts{"3/3/28/28/1:AT+MODE?#0&2\r\n"}, sent());
+    EXPECT_EQ(Texts{"query>MCU +MODE/28 f1:AT+MODE?#0&2\r\n"}, sent());
 }
 
 TEST_F(Reports, StateWordsAndTheVersionWithItsFallbackAndLimit) {
@@ -61,8 +61,8 @@ TEST_F(Reports, StateWordsAndTheVersionWithItsFallbackAndLimit) {
     send_stateToMCU();
     send_stateToMPHONE(4);
     send_stateToMPHONE(9);
-    EXPECT_EQ((Texts{"4/3/10/0/0:+STATE=ACTIVE\r\n", "4/3/10/0/0:+STATE=\r\n",
-                     "4/1/10/0/0:+STATE=PWROFF\r\n", "4/1/10/0/0:+STATE=\r\n"}),
+    EXPECT_EQ((Texts{"response>MCU +STATE/0 f0:+STATE=ACTIVE\r\n", "response>MCU +STATE/0 f0:+STATE=\r\n",
+                     "response>MPHONE +STATE/0 f0:+STATE=PWROFF\r\n", "response>MPHONE +STATE/0 f0:+STATE=\r\n"}),
               sent());
 
     st.platform = 1;
@@ -73,11 +73,11 @@ TEST_F(Reports, StateWordsAndTheVersionWithItsFallbackAndLimit) {
     property_set("ro.tavrinola.version", v70.c_str());
     EXPECT_THAT(atcmd_test::stdout_of([] { send_amlogic_ver(); }),
                 ::testing::HasSubstr("send_amlogic_ver:"));
-    EXPECT_EQ(Texts{"4/3/11/0/0:+VER=WIFI:" + v70 + "\r\n"}, sent());
+    EXPECT_EQ(Texts{"response>MCU +VER/0 f0:+VER=WIFI:" + v70 + "\r\n"}, sent());
     EXPECT_STREQ("", g_kavren_devInfo.ver_item3) << "too long to keep";
     strcpy(g_kavren_devInfo.ver_item3, "A1");
     send_amlogic_ver();
-    EXPECT_EQ(Texts{"4/3/11/0/0:+VER=WIFI:A1\r\n"}, sent()) << "the accessory's item first";
+    EXPECT_EQ(Texts{"response>MCU +VER/0 f0:+VER=WIFI:A1\r\n"}, sent()) << "the accessory's item first";
 }
 
 // Without the property the report waits about 2 s, then gives up.
@@ -100,8 +100,8 @@ TEST_F(Reports, WifiStateReachesTheClientAfterAPauseAndPlatform2TellsTheAccessor
     st.platform = 2;
     for (int64_t state : {1, 0, 5}) notify_wifi_state(state);
     // Always "&2" in the text, whatever the flag says.
-    EXPECT_EQ((Texts{"2/3/18/18/2:AT+WIFICON=1#18&2\r\n", "2/3/18/18/2:AT+WIFICON=0#18&2\r\n",
-                     "2/3/18/18/2:18&2\r\n"}),
+    EXPECT_EQ((Texts{"set>MCU +WIFICON/18 f2:AT+WIFICON=1#18&2\r\n", "set>MCU +WIFICON/18 f2:AT+WIFICON=0#18&2\r\n",
+                     "set>MCU +WIFICON/18 f2:18&2\r\n"}),
               sent());
     EXPECT_EQ((Texts{"+WIFICON/0:1", "+WIFICON/0:1", "+WIFICON/0:0", "+WIFICON/0:5"}),
               CallbackSink::described());
@@ -118,8 +118,8 @@ TEST_F(Reports, FactoryLinesOnPlatform2AndTheRoundAdvancesOncePerLogOutput) {
     st.platform = 2;
     uint32_t index = 0, round = 0;
     for (int i = 0; i < 3; ++i) atcmd::test_tx_step(&index, &round);
-    EXPECT_EQ((Texts{"0/3/0/0/0:AT+PTEST=123456789#0&2\r\n", "0/3/0/0/0:AT+PTEST=987654321#1&2\r\n",
-                     "0/3/0/0/0:AT+PTEST=123456789#2&2\r\n"}),
+    EXPECT_EQ((Texts{"?>MCU +REBOOT/0 f0:AT+PTEST=123456789#0&2\r\n", "?>MCU +REBOOT/0 f0:AT+PTEST=987654321#1&2\r\n",
+                     "?>MCU +REBOOT/0 f0:AT+PTEST=123456789#2&2\r\n"}),
               sent());
     st.platform = 1;
     atcmd::test_tx_step(&index, &round);
@@ -135,7 +135,7 @@ TEST_F(Reports, FactoryLinesOnPlatform2AndTheRoundAdvancesOncePerLogOutput) {
     EXPECT_EQ(5u, round);
     st.platform = 2;
     send_ptest_data(65536);
-    EXPECT_EQ(Texts{"0/3/0/0/0:AT+PTEST=123456789#65536&2\r\n"}, sent()) << "not reset, wrapped";
+    EXPECT_EQ(Texts{"?>MCU +REBOOT/0 f0:AT+PTEST=123456789#65536&2\r\n"}, sent()) << "not reset, wrapped";
 }
 
 }  // namespace

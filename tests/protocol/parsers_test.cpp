@@ -67,14 +67,14 @@ TEST_F(Parsers, ValuesReachTheClientAndTheOtherSideWhileBridging) {
         std::string lines;
         Texts told, relayed;
     } rows[] = {
-        {2, 1, "+SCREEN=1#17&2\r\n", {"+SCREEN/17:1"}, {"5/1/0/0/0:+SCREEN=1#17&2\r\n"}},
-        {2, 1, "+ERROR=-5#9&2\r\n", {"+ERROR/9:-5"}, {"5/1/0/0/0:+ERROR=-5#9&2\r\n"}},
+        {2, 1, "+SCREEN=1#17&2\r\n", {"+SCREEN/17:1"}, {"report>MPHONE +REBOOT/0 f0:+SCREEN=1#17&2\r\n"}},
+        {2, 1, "+ERROR=-5#9&2\r\n", {"+ERROR/9:-5"}, {"report>MPHONE +REBOOT/0 f0:+ERROR=-5#9&2\r\n"}},
         {2, 1, "+BAT=85,1,3900,250,1,0#9&2\r\n", {"+BAT/9:85,1,3900,250,1,0"},
-         {"5/1/9/0/0:+BAT=85,1,3900,250,1,0#9&2\r\n"}},
+         {"report>MPHONE +BAT/0 f0:+BAT=85,1,3900,250,1,0#9&2\r\n"}},
         {2, 1, "+BATCG=1,2,3,4,5,6\r\n+HALLCG=1,0,7\r\n+HRM=35,40\r\n+HALL=1,0,7\r\n",
          {"+BATCG/0:1,2,3,4,5,6", "+HALLCG/0:1,0,7", "+HRM/0:35,40", "+HALL/0:1,0,7"},
-         {"5/1/26/0/0:+BATCG=1,2,3,4,5,6\r\n", "5/1/0/0/0:+HALLCG=1,0,7\r\n",
-          "5/1/0/0/0:+HRM=35,40\r\n"}},
+         {"report>MPHONE +BATCG/0 f0:+BATCG=1,2,3,4,5,6\r\n", "report>MPHONE +REBOOT/0 f0:+HALLCG=1,0,7\r\n",
+          "report>MPHONE +REBOOT/0 f0:+HRM=35,40\r\n"}},
         {1, 1, "+SCREEN=0\r\n+ACC=-10,20,30\r\n", {"+SCREEN/0:0", "+ACC/0:-10,20,30"}, {}},
         {1, -1,
          "+REBOOT=3\r\n+RESET=1\r\n+MICMODE=2\r\n+MODE=1\r\n+LIGHT=5\r\n+TEST=1\r\n+BKL=80#27&1\r\n",
@@ -145,12 +145,12 @@ TEST_F(Parsers, QueriesFromTheMcuAreAnsweredNotReported) {
         const char *line;
         Texts sent;
     } rows[] = {
-        {2, "AT+STATE?#10&2\r\n", {"4/3/10/0/0:+STATE=IDLE\r\n"}},
-        {1, "AT+BTMAC?\r\n", {"4/3/7/7/1:AT+BTMAC=AA:BB:CC:DD:EE:FF#7&1\r\n"}},
-        {2, "AT+BLEMAC?\r\n", {"4/3/7/7/2:AT+BLEMAC=AA:BB:CC:DD:EE:FF#8&2\r\n"}},
-        {2, "AT+VER?\r\n", {"4/3/11/0/0:+VER=WIFI:V1.2\r\n"}},
+        {2, "AT+STATE?#10&2\r\n", {"response>MCU +STATE/0 f0:+STATE=IDLE\r\n"}},
+        {1, "AT+BTMAC?\r\n", {"response>MCU +BTMAC/7 f1:AT+BTMAC=AA:BB:CC:DD:EE:FF#7&1\r\n"}},
+        {2, "AT+BLEMAC?\r\n", {"response>MCU +BTMAC/7 f2:AT+BLEMAC=AA:BB:CC:DD:EE:FF#8&2\r\n"}},
+        {2, "AT+VER?\r\n", {"response>MCU +VER/0 f0:+VER=WIFI:V1.2\r\n"}},
         {1, "AT+VER?\r\n", {}},
-        {1, "+WT\r\n", {"5/3/0/0/0:+WT=N\r\n"}},
+        {1, "+WT\r\n", {"report>MCU +REBOOT/0 f0:+WT=N\r\n"}},
     };
     strcpy(g_kavren_devInfo.mac, "old");
     for (const auto &r : rows) {
@@ -172,7 +172,7 @@ TEST_F(Parsers, UsbStateAndPowerOffChangeTheCastMode) {
     EXPECT_EQ(ATCMD_MODE_USB, st.mode);
     EXPECT_EQ(Texts{"+USBSTATE/0:0,5"}, feed("+USBSTATE=0,5\r\n"));
     EXPECT_EQ(ATCMD_MODE_WIFI, st.mode) << "WiFi was requested";
-    EXPECT_EQ(Texts{"5/1/0/0/0:+USBSTATE=0,5\r\n"}, sent()) << "now bridging: relayed";
+    EXPECT_EQ(Texts{"report>MPHONE +REBOOT/0 f0:+USBSTATE=0,5\r\n"}, sent()) << "now bridging: relayed";
 
     on(1, ATCMD_MODE_WIFI);
     EXPECT_EQ((Texts{"+STATE/0:4", "+WIFICON/0:0"}), feed("+STATE=PWROFF\r\n"));
@@ -181,7 +181,7 @@ TEST_F(Parsers, UsbStateAndPowerOffChangeTheCastMode) {
 
     on(2, ATCMD_MODE_WIFI);
     EXPECT_EQ((Texts{"+SHUTDOWN/0:-", "+WIFICON/0:0"}), feed("+SHUTDOWN\r\n"));
-    EXPECT_EQ((Texts{"4/1/10/0/0:+STATE=PWROFF\r\n", "2/3/18/18/2:AT+WIFICON=0#18&2\r\n"}), sent());
+    EXPECT_EQ((Texts{"response>MPHONE +STATE/0 f0:+STATE=PWROFF\r\n", "set>MCU +WIFICON/18 f2:AT+WIFICON=0#18&2\r\n"}), sent());
     EXPECT_EQ("shutdown", prop("sys.powerctl"));
 }
 
