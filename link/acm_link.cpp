@@ -36,6 +36,9 @@ constexpr SerialLink kVuart = {
     "serial open successfully, vuart fd is %d!",
     "Vserial Set opt Error!",
     "Init Vuart %s successfully, Vuart fd is %d ",
+    "Vuart is not open",
+    ATCMD_TX_VUART_CLOSED,
+    "Vuart successfully send cmd len is %zu, data is %s",
 };
 static_assert(texts_take_their_arguments(kVuart, "d"), "virtual UART texts");
 
@@ -92,18 +95,7 @@ int acm_open(int64_t number) {
     return 0;
 }
 
-int acm_send(const char *text, size_t len) {
-    WriteEnd end(t_vuart);
-    if (end.fd() < 0) {
-        ATLOGE_FN(kTransmitFn, kLogAlways, kTagManage, "Vuart is not open");
-        return ATCMD_TX_VUART_CLOSED;
-    }
-    if (!t_vuart.ready(end, text)) return ATCMD_TX_DROPPED;
-    VUART_Send(end.fd(), text, static_cast<int>(len));
-    ATLOGI_FN(kTransmitFn, kLogDetail, kTagManage,
-              "Vuart successfully send cmd len is %zu, data is %s", len, text);
-    return 0;
-}
+int acm_send(const char *text, size_t len) { return serial_transmit(kVuart, t_vuart, text, len); }
 
 void acm_close() { fd_retire(&g_vuart_fd); }
 

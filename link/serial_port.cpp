@@ -124,6 +124,18 @@ int serial_send(const SerialLink &link, int fd, const char *data, int len) {
     return len;
 }
 
+int serial_transmit(const SerialLink &link, LinkWriter &writer, const char *text, size_t len) {
+    WriteEnd end(writer);
+    if (end.fd() < 0) {
+        ATLOGE_FN(kTransmitFn, kLogAlways, kTagManage, "%s", link.not_open);
+        return link.closed;
+    }
+    if (!writer.ready(end, text)) return ATCMD_TX_DROPPED;
+    serial_send(link, end.fd(), text, static_cast<int>(len));
+    ATLOG_TEXT_FN(kTransmitFn, kLogDetail, ANDROID_LOG_INFO, kTagManage, link.sent, len, text);
+    return 0;
+}
+
 bool baud_is_known(int baud) {
     for (const BaudRow &row : kBaudTable)
         if (row.rate == baud) return true;

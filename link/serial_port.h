@@ -11,6 +11,7 @@
 #include <termios.h>
 
 #include "core/log.h"
+#include "link/link_writer.h"
 
 namespace atcmd {
 
@@ -39,12 +40,17 @@ struct SerialLink {
     const char *opened;         // %d: the descriptor (the UART's text leaves it out)
     const char *setopt_failed;
     const char *ready;          // %s %d: device path, descriptor
+    // The transmit thread's send on the link, logged as atcmder_Tx_process.
+    const char *not_open;       // no descriptor to write to
+    int closed;                 // what the send returns then
+    const char *sent;           // %zu %s: length and text
 };
 
 constexpr bool texts_take_their_arguments(const SerialLink &l, const char *opened) {
     return has_conversions(l.fcntl_done, "d") && has_conversions(l.not_a_tty, "") &&
            has_conversions(l.opened, opened) && has_conversions(l.setopt_failed, "") &&
-           has_conversions(l.ready, "sd");
+           has_conversions(l.ready, "sd") && has_conversions(l.not_open, "") &&
+           has_conversions(l.sent, "us");
 }
 
 // The steps behind each link's exported calls, logged under that link's
@@ -59,6 +65,11 @@ int serial_recv(int fd, char *buf, int len, int timeout_ms);
 // line still holds is discarded. data is a NUL-terminated frame (it is
 // logged as a string).
 int serial_send(const SerialLink &link, int fd, const char *data, int len);
+
+// The transmit thread's send: through writer's write end of its own
+// (link/link_writer.h). 0, or link.closed, or ATCMD_TX_DROPPED; the write's
+// own result is logged by serial_send, not returned.
+int serial_transmit(const SerialLink &link, LinkWriter &writer, const char *text, size_t len);
 
 }  // namespace atcmd
 

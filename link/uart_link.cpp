@@ -29,6 +29,9 @@ constexpr SerialLink kUart = {
     "serial open success!",
     "serial Set opt Error\n",
     "Init uart %s successfully, uart fd is %d ",
+    "uart is not open",
+    ATCMD_TX_UART_CLOSED,
+    "uart successfully send cmd data len %zu, data is %s",
 };
 static_assert(texts_take_their_arguments(kUart, ""), "UART texts");
 
@@ -54,18 +57,7 @@ int uart_open() {
     return 0;
 }
 
-int uart_send(const char *text, size_t len) {
-    WriteEnd end(t_uart);
-    if (end.fd() < 0) {
-        ATLOGE_FN(kTransmitFn, kLogAlways, kTagManage, "uart is not open");
-        return ATCMD_TX_UART_CLOSED;
-    }
-    if (!t_uart.ready(end, text)) return ATCMD_TX_DROPPED;
-    UART_Send(end.fd(), text, static_cast<int>(len));
-    ATLOGI_FN(kTransmitFn, kLogDetail, kTagManage,
-              "uart successfully send cmd data len %zu, data is %s", len, text);
-    return 0;
-}
+int uart_send(const char *text, size_t len) { return serial_transmit(kUart, t_uart, text, len); }
 
 void uart_close() { fd_retire(&g_uart_fd); }
 
