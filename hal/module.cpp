@@ -4,6 +4,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "core/delays.h"
 #include "core/device_state.h"
 #include "core/log.h"
 #include "hal/device_ops.h"
@@ -31,6 +32,7 @@ hw_module_t HMI = {
 
 int atcmdprocess_open(const struct hw_module_t *module, const char *name,
                       struct hw_device_t **device) {
+    atcmd::load_delay_overrides();  // before start-up starts the threads that wait
     (void)name;  // there is only one kind of device
     ATLOGI(atcmd::kLogState, atcmd::kTagHal, "atcmdprocess_open");
     log_file_init("/sdcard/tavrinola/.log", "atcmdprocess");

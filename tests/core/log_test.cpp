@@ -7,6 +7,7 @@
 #include <regex>
 #include <string>
 
+#include "core/delays.h"
 #include "fixtures/census.h"
 #include "fixtures/sysroot.h"
 
@@ -89,6 +90,22 @@ TEST_F(Log, UncreatableDirectoryReportsOnStderrAndLoggingGoesOn) {
     ::testing::internal::CaptureStdout();
     ATLOGI(3, atcmd::kTagManage, "still logging");
     EXPECT_THAT(::testing::internal::GetCapturedStdout(), HasSubstr("still logging"));
+}
+
+TEST_F(Log, WaitOverridesLogWhatTheySetAndWhatTheyLeftOut) {
+    const atcmd::Delays before = atcmd::g_delays;
+    ::testing::internal::CaptureStdout();
+    atcmd::apply_delay_overrides("heartbeat_period=300000,nap=5,daemon_exit_ack=-1,"
+                                 "uart_retry_pause=4294967296,vuart_recheck_pause=0,,"
+                                 "daemon_exit_ack=100000");
+    const std::string out = ::testing::internal::GetCapturedStdout();
+    EXPECT_EQ(300000u, atcmd::g_delays.heartbeat_period);
+    EXPECT_EQ(100000u, atcmd::g_delays.daemon_exit_ack);
+    EXPECT_EQ(before.uart_retry_pause, atcmd::g_delays.uart_retry_pause);
+    EXPECT_EQ(before.vuart_recheck_pause, atcmd::g_delays.vuart_recheck_pause);
+    EXPECT_THAT(out, HasSubstr(": nap=5,daemon_exit_ack=-1,uart_retry_pause=4294967296,"
+                               "vuart_recheck_pause=0"));
+    EXPECT_THAT(out, HasSubstr(": heartbeat_period=300000,daemon_exit_ack=100000"));
 }
 
 }  // namespace

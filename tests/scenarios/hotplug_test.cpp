@@ -27,7 +27,7 @@ struct Hotplug : ::testing::Test {
     // signal thread about 2 s while it waits for the property.
     void run(const char *mac, const std::function<void(Module &, atsim::Accessory &)> &body) {
         const int status = atcmd_test::run_in_child([&] {
-            Module m(root.root());
+            Module m(root.root(), kWaits);
             if (*mac != '\0') m.set_prop("net.bluetooth.macaddr", mac);
             ASSERT_NE(nullptr, m.open());
             atsim::Accessory acc(root.root(), transcript);

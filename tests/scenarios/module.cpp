@@ -9,8 +9,19 @@
 
 namespace scenario {
 
-Module::Module(const std::string &sysroot) : area_(sysroot + atcmd::kRootPropertyArea) {
+Module::Module(const std::string &sysroot, std::optional<Waits> waits)
+    : area_(sysroot + atcmd::kRootPropertyArea) {
     setenv("ATCMD_SYSROOT", sysroot.c_str(), 1);
+    auto us = [](std::chrono::milliseconds d) {
+        return std::to_string(std::chrono::microseconds(d).count());
+    };
+    if (waits)
+        setenv("ATCMD_DELAYS",
+               ("heartbeat_period=" + us(waits->heartbeat_period) +
+                ",daemon_exit_ack=" + us(waits->daemon_exit_ack) +
+                ",uart_retry_pause=" + us(waits->uart_retry_pause) +
+                ",vuart_recheck_pause=" + us(waits->vuart_recheck_pause)).c_str(),
+               1);
     std::string error;
     if (!loader_.load_path(ATCMD_MODULE_PATH, &error)) {
         ADD_FAILURE() << error;

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,11 +22,30 @@ namespace scenario {
 using namespace std::chrono_literals;
 using Texts = std::vector<std::string>;
 
+// The module's long waits (core/delays.h) in every scenario, handed to it
+// through the host's ATCMD_DELAYS before the open. Each stays well above what
+// it races with, so that a scenario means what it means with the shipped
+// waits: the heartbeat period above five of the daemon's beats (Daemon), the
+// exit acknowledgement above the daemon's 20 ms command poll, the pauses
+// above a thread's turn. A scenario that must see a shipped wait does not
+// pass them to its Module.
+struct Waits {
+    std::chrono::milliseconds heartbeat_period, daemon_exit_ack, uart_retry_pause,
+        vuart_recheck_pause;
+};
+inline constexpr Waits kWaits = {800ms, 250ms, 200ms, 50ms};
+// Five beats a period, the simulator's default second against the shipped 5 s.
+inline constexpr std::chrono::milliseconds kDaemonBeat = kWaits.heartbeat_period / 5;
+// What a busy shared machine may add to anything a scenario waits for. Only
+// a failing scenario sits it out.
+inline constexpr std::chrono::milliseconds kSlack = 5s;
+inline int ms(std::chrono::milliseconds d) { return static_cast<int>(d.count()); }
+
 class Module {
 public:
     // Loads the library; does not open the device yet, so that a scenario
-    // can place nodes first.
-    explicit Module(const std::string &sysroot);
+    // can place nodes first. The open then applies waits, when given.
+    explicit Module(const std::string &sysroot, std::optional<Waits> waits = std::nullopt);
 
     // The device's open and the callback, as a client does right after it.
     atcmdprocess_device_t *open();
@@ -61,6 +81,15 @@ public:
 private:
     const std::string area_;  // the sysroot's property store
     atcmd_client::Module loader_;
+};
+
+// The HID daemon of a scenario, beating at kDaemonBeat.
+class Daemon : public atsim::HidDaemon {
+public:
+    Daemon(Module &m, const std::string &sysroot, atsim::Transcript &t)
+        : HidDaemon(sysroot, m.properties(), t) {
+        set_heartbeat_period(kDaemonBeat);
+    }
 };
 
 // The query burst the phone sends a new accessory, in order, as the

@@ -33,7 +33,7 @@ struct Scenario : ::testing::Test {
     void run(const std::function<void(Module &)> &body, int timeout_ms = 60000) {
         int status = atcmd_test::run_in_child(
             [&] {
-                Module m(root.root());
+                Module m(root.root(), kWaits);
                 m.set_prop("net.bluetooth.macaddr", kMac);
                 body(m);
                 if (::testing::Test::HasFailure()) fprintf(stderr, "%s", transcript.dump().c_str());
@@ -162,7 +162,7 @@ TEST_F(Scenario, UnplugWhileLinesFlowThenPlugAgain) {
 TEST_F(Scenario, WifiLinkComesUpCarriesFramesSurvivesALostHeartbeatAndGoesDown) {
     run([&](Module &m) {
         ASSERT_NE(nullptr, m.open());
-        atsim::HidDaemon daemon(root.root(), m.properties(), transcript);
+        Daemon daemon(m, root.root(), transcript);
         atcmdprocess_device_t *dev = m.device();
         static atcmdprocess_device_t *s_dev;
         s_dev = dev;
@@ -178,15 +178,19 @@ TEST_F(Scenario, WifiLinkComesUpCarriesFramesSurvivesALostHeartbeatAndGoesDown) 
         daemon.send_to_module("+SN=WIFI-SN#13&1\r\n");
         EXPECT_TRUE(m.wait_told("+SN/13:'WIFI-SN'"));
 
-        // Beats every second for longer than the module's 5 s period keep the
-        // link; one silent period restarts the daemon.
-        EXPECT_TRUE(wait_until([&] { return m.load<uint64_t>("g_wifiHBeat_num") >= 7; }, 15000));
+        // Beats through two whole heartbeat periods keep the link; one silent
+        // period restarts the daemon, noticed at the latest one check later.
+        const uint64_t beats = 2 * kWaits.heartbeat_period / kDaemonBeat + 1;
+        EXPECT_TRUE(wait_until([&] { return m.load<uint64_t>("g_wifiHBeat_num") >= beats; },
+                               ms(beats * kDaemonBeat + kSlack)));
         EXPECT_EQ(0, daemon.exit_requests());
         daemon.pause_heartbeats(true);
-        EXPECT_TRUE(wait_until([&] { return daemon.exit_requests() >= 1; }, 15000));
+        EXPECT_TRUE(wait_until([&] { return daemon.exit_requests() >= 1; },
+                               ms(2 * kWaits.heartbeat_period + kSlack)));
         daemon.clear_received();
         daemon.pause_heartbeats(false);
-        EXPECT_TRUE(wait_until([&] { return daemon.running(); }, 5000));
+        EXPECT_TRUE(
+            wait_until([&] { return daemon.running(); }, ms(kWaits.daemon_exit_ack + kSlack)));
         // The signal thread takes the new "running" up on its own time; its
         // query burst shows it has, before the tear-down below.
         EXPECT_TRUE(daemon.wait_for_line([](const std::string &l) { return l == "AT+VER?#11&1\r\n"; },
@@ -215,7 +219,7 @@ TEST_F(Scenario, ARunningHandledAfterTheStopLeavesTheLinkDown) {
         m.set_prop("net.bluetooth.macaddr", "");
         atcmdprocess_device_t *dev = m.open();
         ASSERT_NE(nullptr, dev);
-        atsim::HidDaemon daemon(root.root(), m.properties(), transcript);
+        Daemon daemon(m, root.root(), transcript);
         ASSERT_EQ(0, dev->wifi_init("192.168.1.7"));
         ASSERT_EQ(0, dev->amlogic_shake_hands());
         std::this_thread::sleep_for(100ms);
@@ -254,7 +258,7 @@ TEST_F(Scenario, Platform2RelaysBetweenPeerAndMcuAndShakesHands) {
         expected.push_back("AT+USBSTATE?#16&2\r\n");
         EXPECT_EQ(expected, acc.received());
 
-        atsim::HidDaemon daemon(root.root(), m.properties(), transcript);
+        Daemon daemon(m, root.root(), transcript);
         static atcmdprocess_device_t *s_dev;
         s_dev = m.device();
         daemon.on_status([](const std::string &text) { s_dev->hiddemon_stchange(text.c_str()); });
@@ -277,7 +281,7 @@ TEST_F(Scenario, Platform2RelaysBetweenPeerAndMcuAndShakesHands) {
 // SIGKILL, which the parent sees as signal 9 and never as another.
 TEST_F(Scenario, ShutdownFromTheAccessoryAndCloseEndTheProcess) {
     int status = atcmd_test::run_in_child([&] {
-        Module m(root.root());
+        Module m(root.root(), kWaits);
         m.set_prop("net.bluetooth.macaddr", kMac);
         atcmdprocess_device_t *dev = m.open();
         atsim::Accessory acc(root.root(), transcript);
