@@ -1,12 +1,11 @@
 #include "hal/wiring.h"
 
 #include "device/reports.h"
-#include "hal/device_ops.h"
+#include "hal/wifi_control.h"
 #include "link/serial_rx.h"
 #include "protocol/frame_parser.h"
 #include "protocol/reply_effects.h"
 #include "protocol/timeout.h"
-#include "hal/wifi_control.h"
 
 namespace atcmd {
 namespace {

@@ -21,10 +21,10 @@
 #include "device/factory.h"
 #include "device/reports.h"
 #include "fixtures/callback_sink.h"
-#include "fixtures/census.h"
-#include "fixtures/sysroot.h"
-#include "fixtures/wait_until.h"
 #include "hal/wiring.h"
+#include "harness/census.h"
+#include "harness/sysroot.h"
+#include "harness/wait_until.h"
 #include "link/acm_link.h"
 #include "link/hiddemon.h"
 #include "link/serial_port.h"
@@ -53,7 +53,7 @@ class FreshModulePerCase : public ::testing::EmptyTestEventListener {
         epfd_hid_devs, g_Sigprocess_thread, g_uartRx_thread, g_VuartRx_thread, g_Tx_thread,
         g_dispatch_thread, g_timeout_thread, g_wifiRx_thread, g_wifiHBeat_thread,
         g_find_acmdev_thread, g_TestTx_thread);
-    std::unique_ptr<atcmd_test::TempSysroot> root_;
+    std::unique_ptr<atcmd_harness::TempSysroot> root_;
     int threads_ = 0;
 
 public:
@@ -62,13 +62,13 @@ public:
     FreshModulePerCase() { std::thread([] {}).join(); }
     void OnTestStart(const ::testing::TestInfo &) override {
         unsetenv("ATCMD_PROPERTY_DIR");  // a store named elsewhere, shared by every case
-        root_ = std::make_unique<atcmd_test::TempSysroot>();
-        threads_ = atcmd_test::thread_count();
+        root_ = std::make_unique<atcmd_harness::TempSysroot>();
+        threads_ = atcmd_harness::thread_count();
     }
     void OnTestEnd(const ::testing::TestInfo &) override {
         // A thread left running would also be forked into every later
         // case's child, where ThreadSanitizer stops checking.
-        EXPECT_TRUE(atcmd_test::wait_until([&] { return atcmd_test::thread_count() == threads_; }))
+        EXPECT_TRUE(atcmd_harness::wait_until([&] { return atcmd_harness::thread_count() == threads_; }))
             << "a thread outlived its case";
         if (fd_logfile != nullptr) fclose(fd_logfile);
         fd_logfile = nullptr;

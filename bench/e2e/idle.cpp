@@ -9,7 +9,7 @@
 #include <string>
 
 #include "bench/e2e/harness.h"
-#include "fixtures/sysroot.h"
+#include "harness/sysroot.h"
 #include "sim/sim.h"
 
 namespace e2e {
@@ -48,7 +48,7 @@ void keep_one_waiting(Shared *sh, atcmdprocess_device_t *dev) {
 }
 
 IdleResult idle_case(Setting setting, const Options &opt) {
-    atcmd_test::TempSysroot root;
+    atcmd_harness::TempSysroot root;
     Shared *sh = map_shared();
     pid_t pid = spawn_module_child(root.root(), sh, kDefaultLogLevel, opt,
                                    [setting](Shared *s, atcmdprocess_device_t *dev) {

@@ -23,7 +23,7 @@
 #include <vector>
 
 #include "bench/e2e/harness.h"
-#include "fixtures/sysroot.h"
+#include "harness/sysroot.h"
 #include "sim/sim.h"
 
 namespace e2e {
@@ -151,7 +151,7 @@ long long file_size(const std::string &path) {
 
 // The module in a child, plugged in, its query burst answered and settled.
 CaseResult module_case(int log_level, const Pace &pace, const Options &opt) {
-    atcmd_test::TempSysroot root;
+    atcmd_harness::TempSysroot root;
     Shared *sh = map_shared();
     pid_t pid = spawn_module_child(root.root(), sh, log_level, opt,
                                    [](Shared *, atcmdprocess_device_t *) {});
@@ -246,7 +246,7 @@ void raw_reader(Shared *sh, const std::string &node, bool hand_off) {
 }
 
 CaseResult raw_case(const Pace &pace, bool hand_off, const Options &opt) {
-    atcmd_test::TempSysroot root;
+    atcmd_harness::TempSysroot root;
     Shared *sh = map_shared();
     const std::string node = root.path("/dev/ttyACM0");
     pid_t pid =

@@ -21,7 +21,7 @@
 #include <vector>
 
 #include "bench/e2e/harness.h"
-#include "fixtures/sysroot.h"
+#include "harness/sysroot.h"
 #include "sim/sim.h"
 
 namespace e2e {
@@ -172,7 +172,7 @@ struct TxResult {
 
 TxResult transmit_case(int log_level, const Options &opt) {
     const uint32_t iterations = opt.quick ? 200 : 1000;
-    atcmd_test::TempSysroot root;
+    atcmd_harness::TempSysroot root;
     Shared *sh = map_shared();
     const std::string node = root.path("/dev/ttyACM0");
     pid_t pid = spawn_module_child(root.root(), sh, log_level, opt,

@@ -13,12 +13,12 @@
 #include <thread>
 #include <vector>
 
-#include "fixtures/wait_until.h"
+#include "harness/wait_until.h"
 
 namespace scenario {
 namespace {
 
-using atcmd_test::wait_until;
+using atcmd_harness::wait_until;
 using std::chrono::milliseconds;
 
 constexpr char kMark[] = "+DTR=F";

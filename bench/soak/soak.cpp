@@ -54,12 +54,12 @@
 #endif
 
 #include "bench/rows.h"
-#include "fixtures/callback_sink.h"
-#include "fixtures/census.h"
-#include "fixtures/child_process.h"
-#include "fixtures/sysroot.h"
-#include "fixtures/wait_until.h"
 #include "bench/soak/link_stress.h"
+#include "fixtures/callback_sink.h"
+#include "fixtures/child_process.h"
+#include "harness/census.h"
+#include "harness/sysroot.h"
+#include "harness/wait_until.h"
 #include "scenarios/module.h"
 #include "sim/pacer.h"
 
@@ -67,7 +67,7 @@ namespace {
 
 using namespace std::chrono_literals;
 using atcmd_test::CallbackSink;
-using atcmd_test::wait_until;
+using atcmd_harness::wait_until;
 using Clock = std::chrono::steady_clock;
 using scenario::Module;
 using scenario::Texts;
@@ -367,7 +367,7 @@ void item_lines(const Options &o, Child &c) {
 
     std::this_thread::sleep_for(1s);  // start-up traffic done
     const size_t heap0 = heap_in_use();
-    const int fds0 = atcmd_test::open_fd_count();
+    const int fds0 = atcmd_harness::open_fd_count();
     const double cpu0 = cpu_seconds();
     const auto t0 = Clock::now();
     // Behind after a delay of its own, the accessory catches up at twice its
@@ -385,7 +385,7 @@ void item_lines(const Options &o, Child &c) {
     const double cpu = cpu_seconds() - cpu0;
     std::this_thread::sleep_for(1s);  // settle: queues empty, nothing in flight
     const long heap_delta = static_cast<long>(heap_in_use()) - static_cast<long>(heap0);
-    const int fd_delta = atcmd_test::open_fd_count() - fds0;
+    const int fd_delta = atcmd_harness::open_fd_count() - fds0;
 
     // The accessory's own delays near the end are not quite made up by then.
     row("lines: rate sent, lines/s", fmt("%.1f", sent_rate), fmt(">= %.0f", o.rate * 0.97),
@@ -535,7 +535,7 @@ void item_plug_cycles(const Options &o, Child &c) {
     // sequence number as the plug event.
     acc.silence("+USBSTATE");
     std::this_thread::sleep_for(300ms);  // start-up done
-    const int fds0 = atcmd_test::open_fd_count(), threads0 = atcmd_test::thread_count();
+    const int fds0 = atcmd_harness::open_fd_count(), threads0 = atcmd_harness::thread_count();
     const auto t0 = Clock::now();
 
     int plugged_min = 1 << 30, plugged_max = 0, unplugged_min = 1 << 30, unplugged_max = 0;
@@ -576,8 +576,8 @@ void item_plug_cycles(const Options &o, Child &c) {
     }
     const double run_s = seconds_since(t0);
     std::this_thread::sleep_for(1500ms);  // time-outs of the last "+USBSTATE?" on their way
-    const int fd_delta = atcmd_test::open_fd_count() - fds0;
-    const int thread_delta = atcmd_test::thread_count() - threads0;
+    const int fd_delta = atcmd_harness::open_fd_count() - fds0;
+    const int thread_delta = atcmd_harness::thread_count() - threads0;
 
     row("plug_cycles: cycles completed", done, o.cycles);
     row("plug_cycles: plugged events per cycle", fmt("%d..%d", plugged_min, plugged_max), "1",
@@ -804,7 +804,7 @@ void silence_module_output() {
 }
 
 bool run(const Item &item, const Options &o) {
-    atcmd_test::TempSysroot root;
+    atcmd_harness::TempSysroot root;
     atsim::Transcript transcript;
     const std::string name = item.name;
     const auto t0 = Clock::now();

@@ -8,8 +8,8 @@
 #include <string>
 
 #include "core/delays.h"
-#include "fixtures/census.h"
-#include "fixtures/sysroot.h"
+#include "harness/census.h"
+#include "harness/sysroot.h"
 
 namespace {
 
@@ -20,7 +20,7 @@ constexpr const char *kLogDir = "/sdcard/tavrinola/.log";
 constexpr const char *kLogFile = "/sdcard/tavrinola/.log/atcmdprocess";
 
 struct Log : ::testing::Test {
-    atcmd_test::TempSysroot root;
+    atcmd_harness::TempSysroot root;
     void SetUp() override { log_level = 4; }
 };
 
@@ -39,9 +39,9 @@ TEST_F(Log, FileLinesHaveTheFixedPrefixAndAReopenAppendsToOneStream) {
     char text[] = "AT+VER?#11&1";
     AtCmder_t rec{3, 2, 3, 1, 0, 11, 11, 1700000000, 7, text};
     dump_atcmd_data(&rec);
-    int fds = atcmd_test::open_fd_count();
+    int fds = atcmd_harness::open_fd_count();
     log_file_init(kLogDir, "atcmdprocess");  // its own line still reaches the old stream
-    EXPECT_EQ(fds, atcmd_test::open_fd_count());
+    EXPECT_EQ(fds, atcmd_harness::open_fd_count());
     ATLOGI(3, atcmd::kTagManage, "tail");
 
     const std::string pfx = R"(\[\d+\.\d{1,6}\]\[tid:)" + std::to_string(gettid()) + R"(\])";

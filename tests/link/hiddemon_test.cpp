@@ -9,10 +9,10 @@
 #include "fixtures/callback_sink.h"
 #include "fixtures/device.h"
 #include "fixtures/props.h"
-#include "fixtures/sysroot.h"
-#include "sim/hid_daemon.h"
-#include "link/wifi_link.h"
 #include "hal/wifi_control.h"
+#include "harness/sysroot.h"
+#include "link/wifi_link.h"
+#include "sim/hid_daemon.h"
 
 namespace {
 
@@ -20,7 +20,7 @@ using atcmd_test::CallbackSink;
 using atcmd_test::prop;
 
 struct Hiddemon : ::testing::Test {
-    atcmd_test::TempSysroot root;
+    atcmd_harness::TempSysroot root;
     atcmd_test::TestDevice dev;
     system_status_t &st = dev.status();
 };

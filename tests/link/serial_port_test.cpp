@@ -9,10 +9,10 @@
 #include <thread>
 
 #include "atcmdprocess.h"
-#include "fixtures/sysroot.h"
-#include "sim/accessory.h"
+#include "harness/sysroot.h"
 #include "link/acm_link.h"
 #include "link/uart_link.h"
+#include "sim/accessory.h"
 
 namespace {
 
@@ -51,7 +51,7 @@ TEST(LineSettings, FrameParityStopBitsAndRateTable) {
 // numbers outside 0..9999 do not fit the path buffer and are refused even
 // when such a node exists.
 TEST(Init, UartAndVuartOpenTheirNodeOrFailWithoutLeaking) {
-    atcmd_test::TempSysroot root;
+    atcmd_harness::TempSysroot root;
     int fd = 0;
     EXPECT_EQ(-1, UART_init(&fd));
     EXPECT_EQ(-1, fd);
@@ -90,7 +90,7 @@ TEST(Init, UartAndVuartOpenTheirNodeOrFailWithoutLeaking) {
 // Time-outs are in milliseconds, -1 waits as long as it takes; a write is
 // tried once, and a non-blocking pipe takes only 64 KiB of this one.
 TEST(SerialIo, BytesPassUnchangedTimeOutsAreMillisecondsShortWritesFail) {
-    atcmd_test::TempSysroot root;
+    atcmd_harness::TempSysroot root;
     atsim::Transcript transcript;
     atsim::Accessory pty(root.root(), transcript);
     ASSERT_TRUE(pty.plug_uart());

@@ -10,24 +10,26 @@
 #include <vector>
 
 #include "core/delays.h"
+#include "core/queue.h"
 #include "core/relaxed.h"
+#include "core/threads.h"
 #include "fixtures/callback_sink.h"
-#include "fixtures/census.h"
 #include "fixtures/child_process.h"
 #include "fixtures/device.h"
+#include "fixtures/log_capture.h"
 #include "fixtures/queue_probe.h"
-#include "fixtures/sysroot.h"
-#include "fixtures/wait_until.h"
-#include "sim/accessory.h"
-#include "core/queue.h"
-#include "core/threads.h"
+#include "hal/wiring.h"
+#include "harness/census.h"
+#include "harness/sysroot.h"
+#include "harness/wait_until.h"
+#include "link/acm_link.h"
 #include "link/serial_port.h"
 #include "link/uart_link.h"
-#include "link/acm_link.h"
+#include "sim/accessory.h"
 
 namespace {
 
-using atcmd_test::wait_until;
+using atcmd_harness::wait_until;
 using Lines = std::vector<std::string>;
 
 // Takes the receive queue's lines, all from the MCU, once at least n came.
@@ -76,10 +78,31 @@ TEST(Gather, BatchesOfWholeLinesReachTheParserFromTheMcu) {
     }
 }
 
+// Start-up registers the parser; a batch read before that (or in a program
+// that never called wire_layers) is logged and dropped, not handed to nothing.
+TEST(Gather, WithoutTheParserRegisteredABatchIsLoggedAndDropped) {
+    struct Rewire {
+        ~Rewire() { atcmd::wire_layers(); }
+    } rewire;
+    atcmd::set_rx_hooks(nullptr);
+    atcmd_test::TestDevice dev;
+    int p[2];
+    ASSERT_EQ(0, pipe(p));
+    const std::string ok = "+OK#4&1\r\n";
+    ASSERT_EQ(static_cast<ssize_t>(ok.size()), write(p[1], ok.data(), ok.size()));
+    atcmd::RxBatch batch;
+    const std::string log = atcmd_test::stdout_of(
+        [&] { EXPECT_TRUE(atcmd::receive_once(atcmd::kUartRx, p[0], &batch)); });
+    EXPECT_NE(std::string::npos, log.find("no receive hooks registered")) << log;
+    EXPECT_EQ(Lines{}, rx_lines());
+    close(p[0]);
+    close(p[1]);
+}
+
 // The UART receive thread runs for ever: a child process.
 TEST(UartRxThread, LinesFlowUntilThePortDiesThenRetriesWithPauses) {
     EXPECT_CHILD_PASSES([] {
-        atcmd_test::TempSysroot root;
+        atcmd_harness::TempSysroot root;
         atcmd_test::TestDevice dev;
         atsim::Transcript transcript;
         atsim::Accessory pty(root.root(), transcript);

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "atcmdprocess.h"
-#include "fixtures/census.h"
-#include "fixtures/sysroot.h"
+#include "harness/census.h"
+#include "harness/sysroot.h"
 #include "link/acm_link.h"
 #include "link/serial_port.h"
 #include "link/usb_hotplug.h"
@@ -16,7 +16,7 @@
 
 namespace {
 
-using atcmd_test::TempSysroot;
+using atcmd_harness::TempSysroot;
 
 // A name without "ttyACM" leaves the kept name alone; a long one is cut to
 // what the buffer holds.
@@ -47,7 +47,7 @@ TEST(KavrenPlugged, OnlyTheAccessoryProductLineMatches) {
         {"6f2a/4c07/100", 1}, {"6f2a/4c07", 1},     {"6f2a/4c08/100", 0},
         {"6F2A/4C07/100", 0}, {"1d6b/0002/515", 0}, {nullptr, 0},
     };
-    const int fds = atcmd_test::open_fd_count();
+    const int fds = atcmd_harness::open_fd_count();
     for (const auto &r : rows) {
         std::string node = "ttyACM" + std::to_string(&r - rows);
         if (r.product != nullptr) {  // as the kernel writes it for a CDC-ACM interface
@@ -58,7 +58,7 @@ TEST(KavrenPlugged, OnlyTheAccessoryProductLineMatches) {
         parse_dev_name(node.c_str());
         EXPECT_EQ(r.plugged, kavren_plugged()) << node;
     }
-    EXPECT_EQ(fds, atcmd_test::open_fd_count());
+    EXPECT_EQ(fds, atcmd_harness::open_fd_count());
 }
 
 // Alive only while /dev/ttyACM0 still names the open tty and that tty is

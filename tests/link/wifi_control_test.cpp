@@ -12,13 +12,13 @@
 
 #include "atcmdprocess.h"
 #include "core/threads.h"
-#include "fixtures/census.h"
 #include "fixtures/child_process.h"
 #include "fixtures/device.h"
 #include "fixtures/props.h"
-#include "fixtures/sysroot.h"
-#include "fixtures/wait_until.h"
 #include "hal/wifi_control.h"
+#include "harness/census.h"
+#include "harness/sysroot.h"
+#include "harness/wait_until.h"
 #include "link/hiddemon.h"
 #include "link/wifi_link.h"
 #include "sim/hid_daemon.h"
@@ -28,7 +28,7 @@ namespace {
 using atcmd_test::prop;
 
 struct WifiControl : ::testing::Test {
-    atcmd_test::TempSysroot root;
+    atcmd_harness::TempSysroot root;
     atsim::Transcript transcript;
     // The daemon, acknowledging an orderly stop with ack ("" for none).
     std::unique_ptr<atsim::HidDaemon> daemon(const std::string &ack) {
@@ -96,27 +96,27 @@ TEST_F(WifiControl, StopAsksPolitelyAndForcesWhenTheDaemonDoesNotAnswerExactly) 
 TEST_F(WifiControl, ChannelOpensOverTheDaemonsFifosAndClosesWithoutLeaks) {
     EXPECT_EQ(ATCMD_WIFI_FIFO_MISSING, Socket_Fifo_Init()) << "the FIFOs are the daemon's to create";
     auto daemon = this->daemon("exit");
-    int before = atcmd_test::open_fd_count();
+    int before = atcmd_harness::open_fd_count();
     const std::string rx = root.path("/dev/fifo_rx");
     unlink(rx.c_str());
     EXPECT_EQ(ATCMD_WIFI_FIFO_MISSING, Socket_Fifo_Init());
-    EXPECT_EQ(before + 1, atcmd_test::open_fd_count()) << "the transmit FIFO stays open";
+    EXPECT_EQ(before + 1, atcmd_harness::open_fd_count()) << "the transmit FIFO stays open";
     mkfifo(rx.c_str(), 0600);
     ASSERT_EQ(0, Socket_Fifo_Init());
     EXPECT_GE(g_fifo_rx_fd, 1);
     EXPECT_GE(g_fifo_tx_fd, 1);
     EXPECT_GE(epfd_socket, 1);
-    EXPECT_EQ(before + 3, atcmd_test::open_fd_count());
+    EXPECT_EQ(before + 3, atcmd_harness::open_fd_count());
     ASSERT_EQ(0, Socket_Fifo_Init()) << "re-opening replaces the old channel";
-    EXPECT_EQ(before + 3, atcmd_test::open_fd_count());
+    EXPECT_EQ(before + 3, atcmd_harness::open_fd_count());
 
     stop_wifi_channel();
     EXPECT_EQ(-1, g_fifo_rx_fd);
     EXPECT_EQ(-1, g_fifo_tx_fd);
     EXPECT_EQ(0, epfd_socket);
-    EXPECT_EQ(before, atcmd_test::open_fd_count());
+    EXPECT_EQ(before, atcmd_harness::open_fd_count());
     stop_wifi_channel();  // nothing open: nothing to do
-    EXPECT_EQ(before, atcmd_test::open_fd_count());
+    EXPECT_EQ(before, atcmd_harness::open_fd_count());
 }
 
 // A stop right after a start, before the receive thread reached its first
@@ -126,7 +126,7 @@ TEST_F(WifiControl, TearDownsThatRaceTheThreadsEndEachOneOnce) {
     int status = atcmd_test::run_in_child(
         [this] {
             auto daemon = this->daemon("exit");
-            const int threads = atcmd_test::thread_count();
+            const int threads = atcmd_harness::thread_count();
             for (int round = 0; round < 60; ++round) {
                 ASSERT_EQ(0, Socket_Fifo_Init());
                 // Every other one started as a client would: a plain
@@ -150,7 +150,7 @@ TEST_F(WifiControl, TearDownsThatRaceTheThreadsEndEachOneOnce) {
                 ASSERT_EQ(0u, g_wifiRx_thread | g_wifiHBeat_thread);
             }
             EXPECT_TRUE(
-                atcmd_test::wait_until([&] { return atcmd_test::thread_count() == threads; }));
+                atcmd_harness::wait_until([&] { return atcmd_harness::thread_count() == threads; }));
         },
         20000);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "child wait status " << status;

@@ -5,7 +5,7 @@
 #include "fixtures/child_process.h"
 #include "fixtures/device.h"
 #include "fixtures/queue_probe.h"
-#include "fixtures/wait_until.h"
+#include "harness/wait_until.h"
 #include "protocol/dispatch.h"
 #include "protocol/frame_parser.h"
 
@@ -63,7 +63,7 @@ TEST(DispatchThread, OnlyAMatchingReplyOnThisPlatformRetiresExactlyOneEntry) {
         scratch.data = text;
         cmd_Parse_from_buffer(&scratch, "+VER=a:1#7&2\r\nAT+VER?#7&1\r\n+BATCG=1#7&1\r\n"
                                         "+VER=a:1#7&1\r\n+OK#9&1\r\n");
-        ASSERT_TRUE(atcmd_test::wait_until([] { return !waiting(9); }));
+        ASSERT_TRUE(atcmd_harness::wait_until([] { return !waiting(9); }));
         auto left = drain(&Timeout_head, &g_timeoutqueue_mutex);
         ASSERT_EQ(1u, left.size());
         EXPECT_EQ("AT+SN?#7&1\r\n", left[0].text);

@@ -8,18 +8,18 @@
 
 #include <string>
 
+#include "core/queue.h"
+#include "core/threads.h"
 #include "fixtures/child_process.h"
 #include "fixtures/device.h"
 #include "fixtures/log_capture.h"
-#include "fixtures/sysroot.h"
-#include "sim/accessory.h"
 #include "fixtures/queue_probe.h"
-#include "core/queue.h"
-#include "core/threads.h"
-#include "link/serial_port.h"
-#include "link/wifi_link.h"
+#include "harness/sysroot.h"
 #include "link/acm_link.h"
+#include "link/serial_port.h"
 #include "link/uart_link.h"
+#include "link/wifi_link.h"
+#include "sim/accessory.h"
 
 namespace {
 
@@ -42,7 +42,7 @@ enum Link { kNone, kUart, kVuart, kFifo, kFifoRefuses };
 
 struct Links : ::testing::Test {
     atcmd_test::TestDevice dev;
-    atcmd_test::TempSysroot root;
+    atcmd_harness::TempSysroot root;
     atsim::Transcript transcript;
     atsim::Accessory uart{root.root(), transcript}, vuart{root.root(), transcript};
     int fifo[2] = {-1, -1};  // a pipe stands in for the WiFi FIFO; its read end refuses writes

@@ -10,19 +10,19 @@
 #include <sstream>
 #include <thread>
 
-#include "fixtures/census.h"
 #include "fixtures/child_process.h"
-#include "fixtures/sysroot.h"
-#include "fixtures/wait_until.h"
+#include "harness/census.h"
+#include "harness/sysroot.h"
+#include "harness/wait_until.h"
 #include "scenarios/module.h"
 
 namespace {
 
 using namespace scenario;
-using atcmd_test::wait_until;
+using atcmd_harness::wait_until;
 
 struct Faults : ::testing::Test {
-    atcmd_test::TempSysroot root;
+    atcmd_harness::TempSysroot root;
     atsim::Transcript transcript;
 
     void run(const std::function<void(Module &)> &body) {
@@ -102,7 +102,7 @@ TEST_F(Faults, WifiWithoutTheTransmitFifo) {
         ASSERT_NE(nullptr, m.open());
         Daemon daemon(m, root.root(), transcript);
         std::this_thread::sleep_for(200ms);  // start-up done
-        const int fds = atcmd_test::open_fd_count(), threads = atcmd_test::thread_count();
+        const int fds = atcmd_harness::open_fd_count(), threads = atcmd_harness::thread_count();
         ASSERT_EQ(0, unlink(root.path("/dev/fifo_tx").c_str()));
         static atcmdprocess_device_t *s_dev;
         s_dev = m.device();
@@ -134,8 +134,8 @@ TEST_F(Faults, WifiWithoutTheTransmitFifo) {
         EXPECT_TRUE(m.wait_told("+WIFICON/0:0"));
         EXPECT_EQ(0u, global<pthread_t>(m, "g_wifiRx_thread"));
         EXPECT_EQ(-1, global<int>(m, "g_fifo_rx_fd"));
-        EXPECT_TRUE(wait_until([&] { return atcmd_test::thread_count() == threads; }));
-        EXPECT_EQ(fds, atcmd_test::open_fd_count());
+        EXPECT_TRUE(wait_until([&] { return atcmd_harness::thread_count() == threads; }));
+        EXPECT_EQ(fds, atcmd_harness::open_fd_count());
     });
 }
 

@@ -8,8 +8,8 @@
 #include <thread>
 
 #include "fixtures/child_process.h"
-#include "fixtures/sysroot.h"
-#include "fixtures/wait_until.h"
+#include "harness/sysroot.h"
+#include "harness/wait_until.h"
 #include "scenarios/module.h"
 
 namespace {
@@ -20,7 +20,7 @@ using atcmd_test::CallbackSink;
 constexpr const char *kMac = "AA:BB:CC:DD:EE:FF";
 
 struct Hotplug : ::testing::Test {
-    atcmd_test::TempSysroot root;
+    atcmd_harness::TempSysroot root;
     atsim::Transcript transcript;
 
     // mac "" leaves net.bluetooth.macaddr unset: every plug then holds the
@@ -64,7 +64,7 @@ bool link_is(Module &m, const atsim::Accessory &acc) {
 void expect_truth(Module &m, atsim::Accessory &acc) {
     const char want = acc.plugged() ? '1' : '0';
     auto truth = [&] { return (' ' + usb_events()).back() == want && link_is(m, acc); };
-    EXPECT_TRUE(atcmd_test::wait_until(truth, 15000));
+    EXPECT_TRUE(atcmd_harness::wait_until(truth, 15000));
     std::this_thread::sleep_for(1s);
     ASSERT_TRUE(truth()) << "USB events " << usb_events() << ", g_vuart_fd "
                          << m.load<int>("g_vuart_fd") << ", plugged " << want;

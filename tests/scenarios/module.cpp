@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "fixtures/wait_until.h"
+#include "harness/wait_until.h"
 #include "platform/property_store.h"
 
 namespace scenario {
@@ -65,7 +65,7 @@ std::string Module::prop(const char *key) {
 void Module::set_prop(const char *key, const char *value) { properties().set(key, value); }
 
 bool Module::wait_told(const std::string &described, std::chrono::milliseconds timeout) {
-    return atcmd_test::wait_until(
+    return atcmd_harness::wait_until(
         [&] {
             Texts t = told();
             return std::find(t.begin(), t.end(), described) != t.end();

@@ -11,21 +11,21 @@
 #include <string>
 #include <thread>
 
-#include "fixtures/census.h"
 #include "fixtures/child_process.h"
-#include "fixtures/sysroot.h"
-#include "fixtures/wait_until.h"
+#include "harness/census.h"
+#include "harness/sysroot.h"
+#include "harness/wait_until.h"
 #include "scenarios/module.h"
 
 namespace {
 
 using namespace scenario;
-using atcmd_test::wait_until;
+using atcmd_harness::wait_until;
 
 constexpr const char *kMac = "AA:BB:CC:DD:EE:FF";
 
 struct Scenario : ::testing::Test {
-    atcmd_test::TempSysroot root;
+    atcmd_harness::TempSysroot root;
     atsim::Transcript transcript;
 
     // Runs body in a child with the module loaded; the transcript is shown
@@ -133,7 +133,7 @@ TEST_F(Scenario, UnplugWhileLinesFlowThenPlugAgain) {
         ASSERT_NE(nullptr, m.open());
         atsim::Accessory acc(root.root(), transcript);
         std::this_thread::sleep_for(200ms);  // start-up done
-        const int fds = atcmd_test::open_fd_count(), threads = atcmd_test::thread_count();
+        const int fds = atcmd_harness::open_fd_count(), threads = atcmd_harness::thread_count();
         ASSERT_TRUE(acc.plug_usb(0));
         ASSERT_TRUE(m.wait_told("+USBSTATE/0:1,3"));
         acc.report_every(20ms, "+HRM=35,40\r\n");
@@ -141,10 +141,10 @@ TEST_F(Scenario, UnplugWhileLinesFlowThenPlugAgain) {
         acc.unplug();
         EXPECT_TRUE(m.wait_told("+USBSTATE/0:0,-1"));
         EXPECT_TRUE(wait_until([&] { return m.status().mode == ATCMD_MODE_NONE; }));
-        EXPECT_TRUE(wait_until([&] { return atcmd_test::thread_count() == threads; }))
-            << atcmd_test::thread_count() << " threads, " << threads << " before the plug";
-        EXPECT_TRUE(wait_until([&] { return atcmd_test::open_fd_count() == fds; }))
-            << atcmd_test::open_fd_count() << " descriptors, " << fds << " before the plug";
+        EXPECT_TRUE(wait_until([&] { return atcmd_harness::thread_count() == threads; }))
+            << atcmd_harness::thread_count() << " threads, " << threads << " before the plug";
+        EXPECT_TRUE(wait_until([&] { return atcmd_harness::open_fd_count() == fds; }))
+            << atcmd_harness::open_fd_count() << " descriptors, " << fds << " before the plug";
 
         atcmd_test::CallbackSink::clear();
         ASSERT_EQ(0, m.device()->wifi_init("10.0.0.1"));  // WiFi requested: unplug falls back to it
