@@ -15,6 +15,8 @@
 
 #include "atcmdprocess.h"
 #include "fuzz/fuzz_quiet.h"
+#include "protocol/dispatch.h"
+#include "protocol/frame_parser.h"
 
 namespace {
 
