@@ -146,7 +146,8 @@ bool route_output(const std::string &log, int *out_fd, int *err_fd, std::string 
 }
 
 // The build puts the program in build/<x>/console/ and the module in
-// build/<x>/, an install may put both side by side.
+// build/<x>/; cmake --install puts it in <prefix>/bin/ and the module in
+// <prefix>/<libdir>/hw/; a copy may put both side by side.
 bool default_dir(const std::string &variant, std::string *dir, std::string *error) {
     char self[PATH_MAX];
     ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
@@ -157,14 +158,14 @@ bool default_dir(const std::string &variant, std::string *dir, std::string *erro
     std::string here(self, static_cast<size_t>(n));
     here.resize(here.rfind('/'));
     std::string parent = here.substr(0, here.rfind('/'));
-    for (const std::string &candidate : {here, parent}) {
+    for (const std::string &candidate : {here, parent, parent + "/" + ATCMD_INSTALL_MODULEDIR}) {
         if (access(atcmd_client::module_path(candidate, variant).c_str(), F_OK) == 0) {
             *dir = candidate;
             return true;
         }
     }
-    *error = "no " + atcmd_client::module_path(".", variant).substr(2) + " in " + here +
-             " or " + parent + "; use --dir";
+    *error = "no " + atcmd_client::module_path(".", variant).substr(2) + " in " + here + ", " +
+             parent + " or " + parent + "/" + ATCMD_INSTALL_MODULEDIR + "; use --dir";
     return false;
 }
 
