@@ -1,5 +1,6 @@
 #include "core/device_state.h"
 
+#include "core/capture.h"
 #include "core/log.h"
 #include "core/relaxed.h"
 
@@ -40,6 +41,8 @@ void notify_client(AT_CMD_CbMsg_t *msg) {
                msg->cmd_id, msg->seq_num);
         return;
     }
+    ATCMD_CAPTURE_EVENT(CaptureDir::kOut, "message %u/%u", static_cast<unsigned>(msg->cmd_id),
+                        static_cast<unsigned>(msg->seq_num));
     cb(msg);
 }
 

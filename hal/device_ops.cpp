@@ -9,6 +9,7 @@
 
 #include <cutils/properties.h>
 
+#include "core/capture.h"
 #include "core/device_state.h"
 #include "core/log.h"
 #include "core/queue.h"
@@ -61,6 +62,8 @@ int set_notify_callback(atcmdprocess_device_t *dev, atcmd_notify_callback_t cb) 
 // The enqueue result is not reported: a refused record (no text) is logged
 // by the queue.
 int cmd_from_hidl(AtCmder_t *cmd) {
+    ATCMD_CAPTURE_EVENT(CaptureDir::kIn, "client %s",
+                        cmd != nullptr && cmd->data != nullptr ? cmd->data : "(null)");
     queue_put(kTxQueue, cmd);
     return 0;
 }
@@ -68,6 +71,7 @@ int cmd_from_hidl(AtCmder_t *cmd) {
 // The signal thread sends the version report; the client's thread must not
 // wait for the property reads that it involves.
 int atcmdprocess_amlogic_shake_hands(void) {
+    ATCMD_CAPTURE_EVENT(CaptureDir::kIn, "shake_hands");
     ATLOGI(kLogDetail, kTagHal, "atcmdprocess_amlogic_shake_hands.");
     return signal_thread(relaxed_load(&g_Sigprocess_thread), SIGVTALRM);
 }

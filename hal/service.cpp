@@ -13,6 +13,7 @@
 #include <initializer_list>
 
 #include "atcmdprocess.h"
+#include "core/capture.h"
 #include "core/device_state.h"
 #include "core/link_fd.h"
 #include "core/log.h"
@@ -83,6 +84,7 @@ void usb_plugged(system_status_t *st, const AcmNode &node) {
     acm_close();
     if (acm_open(node.number) != 0) return;
     link_node = node.number;
+    ATCMD_CAPTURE_EVENT(CaptureDir::kIn, "plug ttyACM%lld", static_cast<long long>(node.number));
     if (!start_vuart_reader()) return;
     relaxed_store(&st->mode, ATCMD_MODE_USB);
     relaxed_store(&st->usbdev_sts.usb_connected, 1);
@@ -92,6 +94,7 @@ void usb_plugged(system_status_t *st, const AcmNode &node) {
 }
 
 void usb_unplugged(system_status_t *st) {
+    ATCMD_CAPTURE_EVENT(CaptureDir::kIn, "unplug ttyACM%lld", static_cast<long long>(link_node));
     relaxed_store(&st->usbdev_sts.usb_connected, 0);
     relaxed_store(&st->usbdev_sts.usb_devinfo, -1);
     notify_usbevent();

@@ -11,6 +11,7 @@
 
 #include <cutils/properties.h>
 
+#include "core/capture.h"
 #include "core/device_state.h"
 #include "core/log.h"
 #include "core/relaxed.h"
@@ -24,6 +25,7 @@
 using namespace atcmd;
 
 int atcmdprocess_wifi_init(const char *ipaddr) {
+    ATCMD_CAPTURE_EVENT(CaptureDir::kIn, "wifi_init %s", ipaddr != nullptr ? ipaddr : "(null)");
     system_status_t *st = device_status();
     if (st == nullptr || ipaddr == nullptr) {
         ATLOGE(kLogAlways, kTagHal, "wifi init without device or address!");
@@ -63,6 +65,7 @@ int atcmdprocess_wifi_init(const char *ipaddr) {
 // wholly before this or not at all; the heartbeat thread, which may be
 // waiting for that lock, is ended after it.
 int atcmdprocess_wifi_stchange(int32_t state) {
+    ATCMD_CAPTURE_EVENT(CaptureDir::kIn, "wifi_stchange %d", static_cast<int>(state));
     if (state != 0) return 0;
     {
         ChannelLock lock;
@@ -87,6 +90,8 @@ int atcmdprocess_wifi_stchange(int32_t state) {
 // substring-tested in this order, so "heartbeat" wins and a text with both
 // "running" and "error" counts as running.
 int atcmdprocess_hiddemon_stchange(const char *status) {
+    // Every text the client passes on, heartbeats and ignored ones included.
+    ATCMD_CAPTURE_EVENT(CaptureDir::kIn, "daemon %s", status != nullptr ? status : "(null)");
     // Read before the test: a tear-down that comes after the test ends this
     // session, and the signal thread then leaves the "running" alone.
     const uint32_t session = wifi_session();

@@ -10,6 +10,7 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
+#include "core/capture.h"
 #include "core/delays.h"
 #include "core/device_state.h"
 #include "core/link_fd.h"
@@ -120,6 +121,8 @@ int VUART_init(int *fd, int64_t acm) {
                opened, strerror(err));
         return -1;
     }
+    // Its bytes are captured under the node's own name from here on.
+    capture_acm_node(acm);
     return configure_opened(kVuart, opened, path);
 }
 
@@ -128,7 +131,9 @@ int VUART_setOpt(int fd, int baud, int bits, char parity, int stop) {
 }
 
 int VUART_Recv(int fd, char *buf, int len, int timeout_ms) {
-    return serial_recv(fd, buf, len, timeout_ms);
+    const int n = serial_recv(fd, buf, len, timeout_ms);
+    capture_bytes(CaptureIf::kAcm, CaptureDir::kIn, buf, n);
+    return n;
 }
 
 int VUART_Send(int fd, const char *data, int len) { return serial_send(kVuart, fd, data, len); }

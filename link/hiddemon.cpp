@@ -11,6 +11,7 @@
 
 #include <cutils/properties.h>
 
+#include "core/capture.h"
 #include "core/delays.h"
 #include "core/device_state.h"
 #include "core/log.h"
@@ -52,7 +53,9 @@ int stop_hiddemon(void) {
         ATLOGE(kLogAlways, kTagManage, "cannot open device: %s, will kill hiddemon!", kFifoCmd);
         return Kill_hiddemon_byforce();
     }
-    if (write(fd, kExit, 4) != 4) {
+    const ssize_t written = write(fd, kExit, 4);
+    capture_bytes(CaptureIf::kDaemonCmd, CaptureDir::kOut, kExit, written);
+    if (written != 4) {
         ATLOGE(kLogAlways, kTagManage, " fails to write data %s to fifo_cmd", kExit);
         Kill_hiddemon_byforce();
         return close(fd);

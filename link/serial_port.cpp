@@ -19,6 +19,7 @@
 #include <string.h>
 #include <unistd.h>
 
+#include "core/capture.h"
 #include "core/log.h"
 
 namespace atcmd {
@@ -115,6 +116,8 @@ int serial_recv(int fd, char *buf, int len, int timeout_ms) {
 
 int serial_send(const SerialLink &link, int fd, const char *data, int len) {
     ssize_t n = len >= 0 ? write(fd, data, static_cast<size_t>(len)) : -1;
+    // What reached the line, a short write's part included.
+    capture_bytes(link.tag == kTagUart ? CaptureIf::kUart : CaptureIf::kAcm, CaptureDir::kOut, data, n);
     if (n < len || n < 0) {
         ATLOGI_FN(link.send_fn, atcmd::kLogDetail, link.tag, "serial write device error\n");
         tcflush(fd, TCOFLUSH);

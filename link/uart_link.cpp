@@ -6,6 +6,7 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
+#include "core/capture.h"
 #include "core/delays.h"
 #include "core/link_fd.h"
 #include "core/log.h"
@@ -80,7 +81,9 @@ int UART_setOpt(int fd, int baud, int bits, char parity, int stop) {
 }
 
 int UART_Recv(int fd, char *buf, int len, int timeout_ms) {
-    return serial_recv(fd, buf, len, timeout_ms);
+    const int n = serial_recv(fd, buf, len, timeout_ms);
+    capture_bytes(CaptureIf::kUart, CaptureDir::kIn, buf, n);
+    return n;
 }
 
 int UART_Send(int fd, const char *data, int len) { return serial_send(kUart, fd, data, len); }

@@ -18,6 +18,7 @@
 
 #include <cutils/properties.h>
 
+#include "core/capture.h"
 #include "core/device_state.h"
 #include "core/link_fd.h"
 #include "core/log.h"
@@ -92,6 +93,7 @@ int wifi_send(const char *text, size_t len, WifiTransmit how) {
     }
     if (!t_fifo.ready(end, text)) return ATCMD_TX_DROPPED;
     const ssize_t n = write(end.fd(), text, len);
+    capture_bytes(CaptureIf::kWifiTx, CaptureDir::kOut, text, n);
     if (how == WifiTransmit::kCast) {
         ATLOGI_FN(kTransmitFn, kLogDetail, kTagManage, "wifi fifotx successfully send data %s",
                   text);
@@ -210,7 +212,9 @@ int fifo_recv(int, char *buf, int len, int) {
     atcmd::wait_mask_for_exit(&mask);  // SIGALRM may end the thread only in its waits
     int n = epoll_pwait(atcmd::acquire_load(&epfd_socket), events, kMaxEvents, -1, &mask);
     if (n < 1) return n;
-    return static_cast<int>(read(events[0].data.fd, buf, static_cast<size_t>(len)));
+    const ssize_t got = read(events[0].data.fd, buf, static_cast<size_t>(len));
+    atcmd::capture_bytes(atcmd::CaptureIf::kWifiRx, atcmd::CaptureDir::kIn, buf, got);
+    return static_cast<int>(got);
 }
 
 // Platform 2 hears the MPHONE peer over WiFi, platform 1 the local client's

@@ -11,6 +11,7 @@
 #include <string>
 #include <thread>
 
+#include "core/pcapng_reader.h"
 #include "fixtures/child_process.h"
 #include "harness/census.h"
 #include "harness/sysroot.h"
@@ -88,6 +89,41 @@ TEST_F(Scenario, PlugInOpensTheLinkAsksTheAccessoryAndTellsTheClient) {
         EXPECT_STREQ("SID-0001", info->sid);
         EXPECT_EQ(1, info->model);
         EXPECT_STREQ("V20231105_user", info->ver_item3);
+    });
+}
+
+// persist.vendor.atcmd.capture=1: the open records into the file beside its
+// log the plug, each query as written to the node, and the accessory's bytes
+// on the node's own interface, one packet per read.
+TEST_F(Scenario, TheCapturePropertyRecordsTheNodesBytesWithTheirReadBoundaries) {
+    run([&](Module &m) {
+        m.set_prop("persist.vendor.atcmd.capture", "1");
+        ASSERT_NE(nullptr, m.open());
+        atsim::Accessory acc(root.root(), transcript);
+        ASSERT_TRUE(acc.plug_usb(0));
+        ASSERT_TRUE(m.wait_told("+VER/11:'1.0.2'"));
+        const Texts chunks = {"+SN=KV58", "16A00999", "#13&1\r\n"};
+        ASSERT_TRUE(acc.send_split(chunks[0] + chunks[1] + chunks[2], 8, 100ms));
+        atcmd_test::PcapFile f;
+        Texts reads, writes, events;
+        const bool arrived = wait_until([&] {
+            f = atcmd_test::read_pcapng(root.path("/sdcard/tavrinola/.log/atcmdprocess.pcapng"));
+            reads.clear(), writes.clear(), events.clear();
+            for (const auto &s : f.sections)
+                for (const auto &p : s.packets)
+                    (p.iface == "events" ? events : (p.flags & 3) == 1 ? reads : writes).push_back(p.bytes);
+            return reads.size() >= 3 && Texts(reads.end() - 3, reads.end()) == chunks;
+        });
+        ASSERT_EQ("", f.error);
+        EXPECT_TRUE(arrived) << "the reads: " << ::testing::PrintToString(reads);
+        ASSERT_EQ(1u, f.sections.size());
+        EXPECT_EQ("acm ttyACM0", f.sections[0].interfaces.at(5));
+        EXPECT_EQ(query_burst(1, kMac), first_sightings(writes));
+        std::string read_text;
+        for (const std::string &r : reads) read_text += r;
+        EXPECT_NE(std::string::npos, read_text.find("+TYPE=KM5816W#15&1\r\n")) << read_text;
+        EXPECT_EQ("plug ttyACM0", events.at(0));
+        EXPECT_EQ(1, count_of(events, "message 15/15"));
     });
 }
 
