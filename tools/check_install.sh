@@ -17,7 +17,8 @@ missing=0
 for f in "$moduledir/atcmdprocess.default.so" \
   "$(pkg-config --variable=includedir atcmdprocess)/atcmdprocess.h" \
   "$prefix"/bin/atcmd-{console,sim,getprop,setprop} \
-  "$prefix"/lib/udev/rules.d/70-atcmd-accessory.rules; do
+  "$prefix"/lib/udev/rules.d/70-atcmd-accessory.rules \
+  "$(dirname "$moduledir")"/wireshark/plugins/atcmd.lua; do
   [ -e "$f" ] || { echo "not installed: ${f#"$prefix"/}" >&2; missing=1; }
 done
 [ $missing -eq 0 ]
@@ -48,4 +49,4 @@ cc -std=c99 -Wall -Wextra -Werror $(pkg-config --cflags atcmdprocess) -o "$prefi
 mkdir -p "$prefix/root"
 echo | "$prefix/bin/atcmd-console" --root "$prefix/root" --script - >/dev/null 2>&1 ||
   { echo "the installed atcmd-console did not find or open the installed module" >&2; exit 1; }
-echo "installed under a fresh prefix: module, header, pkg-config file, programs, udev rule; a C client built from pkg-config loads the module"
+echo "installed under a fresh prefix: module, header, pkg-config file, programs, udev rule, dissector; a C client built from pkg-config loads the module"

@@ -69,6 +69,7 @@ echo "atcmd test command: about 20 minutes on two cores; each stage's output is 
 source tools/deps.sh
 HOST_PACKAGES=(cmake ninja-build g++ clang libclang-rt-14-dev libgtest-dev libgmock-dev
   libbenchmark-dev android-liblog-dev libreadline-dev blueprint-tools binutils perl pkgconf
+  tshark
   g++-arm-linux-gnueabihf g++-aarch64-linux-gnu qemu-user)
 ARM64_PACKAGES=(android-liblog-dev:arm64 libgtest-dev:arm64 libgmock-dev:arm64)
 if ! dpkg --print-foreign-architectures | grep -qx arm64; then

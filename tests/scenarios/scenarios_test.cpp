@@ -3,11 +3,13 @@
 // accessory and HID daemon. Each runs in a child process of its own, since
 // the service's threads live as long as the process and close ends it.
 #include <signal.h>
+#include <stdlib.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <string>
 #include <thread>
 
@@ -94,24 +96,40 @@ TEST_F(Scenario, PlugInOpensTheLinkAsksTheAccessoryAndTellsTheClient) {
 
 // persist.vendor.atcmd.capture=1: the open records into the file beside its
 // log the plug, each query as written to the node, and the accessory's bytes
-// on the node's own interface, one packet per read.
+// on the node's own interface, one packet per read. The session also holds
+// a query left unanswered, a line of an unknown name and an over-long one,
+// for the dissector's check (tests/wireshark/), which keeps the file through
+// ATCMD_KEEP_CAPTURE.
 TEST_F(Scenario, TheCapturePropertyRecordsTheNodesBytesWithTheirReadBoundaries) {
+    const char *keep = getenv("ATCMD_KEEP_CAPTURE");
+    const std::string capture = root.path("/sdcard/tavrinola/.log/atcmdprocess.pcapng");
     run([&](Module &m) {
         m.set_prop("persist.vendor.atcmd.capture", "1");
         ASSERT_NE(nullptr, m.open());
         atsim::Accessory acc(root.root(), transcript);
+        acc.silence("+SID");
         ASSERT_TRUE(acc.plug_usb(0));
         ASSERT_TRUE(m.wait_told("+VER/11:'1.0.2'"));
-        const Texts chunks = {"+SN=KV58", "16A00999", "#13&1\r\n"};
-        ASSERT_TRUE(acc.send_split(chunks[0] + chunks[1] + chunks[2], 8, 100ms));
+        ASSERT_TRUE(m.wait_told("+ERROR/14:-110"));
         atcmd_test::PcapFile f;
         Texts reads, writes, events;
-        const bool arrived = wait_until([&] {
-            f = atcmd_test::read_pcapng(root.path("/sdcard/tavrinola/.log/atcmdprocess.pcapng"));
+        auto read_back = [&] {
+            f = atcmd_test::read_pcapng(capture);
             reads.clear(), writes.clear(), events.clear();
             for (const auto &s : f.sections)
                 for (const auto &p : s.packets)
                     (p.iface == "events" ? events : (p.flags & 3) == 1 ? reads : writes).push_back(p.bytes);
+        };
+        ASSERT_TRUE(acc.send("+NOPE=1\r\n") && acc.send_overlong(170));
+        // Read before the next line starts, so that its reads stand alone.
+        ASSERT_TRUE(wait_until([&] {
+            read_back();
+            return !reads.empty() && reads.back().find("+DTR=") != std::string::npos;
+        }));
+        const Texts chunks = {"+SN=KV58", "16A00999", "#13&1\r\n"};
+        ASSERT_TRUE(acc.send_split(chunks[0] + chunks[1] + chunks[2], 8, 100ms));
+        const bool arrived = wait_until([&] {
+            read_back();
             return reads.size() >= 3 && Texts(reads.end() - 3, reads.end()) == chunks;
         });
         ASSERT_EQ("", f.error);
@@ -124,6 +142,7 @@ TEST_F(Scenario, TheCapturePropertyRecordsTheNodesBytesWithTheirReadBoundaries) 
         EXPECT_NE(std::string::npos, read_text.find("+TYPE=KM5816W#15&1\r\n")) << read_text;
         EXPECT_EQ("plug ttyACM0", events.at(0));
         EXPECT_EQ(1, count_of(events, "message 15/15"));
+        if (keep != nullptr) std::filesystem::copy_file(capture, keep);
     });
 }
 
