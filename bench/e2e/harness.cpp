@@ -176,6 +176,7 @@ pid_t spawn_module_child(const std::string &sysroot, Shared *sh, int log_level, 
     if (level == nullptr || set_prop == nullptr) _exit(3);
     if (log_level != kDefaultLogLevel) *level = log_level;
     set_prop("net.bluetooth.macaddr", kMac);
+    if (opt.capture) set_prop("persist.vendor.atcmd.capture", "1");
     atcmdprocess_device_t *dev = m.open(&error);
     if (dev == nullptr) {
         sh->failed.store(1);

@@ -69,6 +69,7 @@ struct Options {
     std::string child_log;  // where the child's stdout and stderr go; empty: /dev/null
     bool quick = false;     // smaller counts, for a smoke run
     double idle_seconds = 5.0;
+    bool capture = false;   // the module records its links (persist.vendor.atcmd.capture=1)
 };
 
 // The child's part, run after the module is open with the bench callback.

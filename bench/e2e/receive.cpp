@@ -323,6 +323,22 @@ void rows_for(const char *label, const Pace &pace, const CaseResult &m, const Ca
         ratio(m.latency.p99_us, raw.latency.p99_us), "-", "-");
 }
 
+// The capture's cost: the same paced run at log_level 0 with the module
+// recording every read and client message, against the run without it.
+void capture_rows(const Pace &pace, const CaseResult &quiet, const Options &opt) {
+    Options with_capture = opt;
+    with_capture.capture = true;
+    const CaseResult m = module_case(0, pace, with_capture);
+    detail("log_level 0 + capture", pace, m);
+    const std::string what = std::string("log_level 0 + capture, ") + pace.name;
+    const bool all = m.written > 0 && m.delivered == m.written && m.malformed == 0;
+    row("receive", "lines delivered to the callback, " + what, fmt("%zu lines", m.delivered),
+        fmt("%zu lines written", m.written), "-", "100%", yes_no(all));
+    row("receive", "CPU time per line (module process), " + what, fmt("%.2f us", m.cpu_us_per_line),
+        fmt("%.2f us (log_level 0, no capture)", quiet.cpu_us_per_line),
+        ratio(m.cpu_us_per_line, quiet.cpu_us_per_line), "-", "-");
+}
+
 }  // namespace
 
 int run_receive(const Options &opt) {
@@ -346,6 +362,7 @@ int run_receive(const Options &opt) {
         rows_for("log_level 0", pace, quiet, raw, paced, kCpuTargetUs, nullptr);
         rows_for("default log_level 4 + log file", pace, logged, raw, pace.factor == 1.0,
                  kCpuTargetUs * kLoggingFactor, &quiet);
+        if (paced) capture_rows(pace, quiet, opt);
     }
     return 0;
 }
