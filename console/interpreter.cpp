@@ -114,6 +114,12 @@ bool Console::open(const std::string &dir, const std::string &variant, std::stri
     if (warn_without_bt_address_) warn_without_bt_address();
     auto *level = module_.sym<int32_t>("log_level");
     if (level != nullptr && module_log_level_ != kModuleDefault) *level = module_log_level_;
+    auto *set_prop = module_.sym<int(const char *, const char *)>("property_set");
+    if (!capture_.empty() &&
+        (set_prop == nullptr || set_prop("persist.vendor.atcmd.capture", capture_.c_str()) != 0)) {
+        *error = "cannot set persist.vendor.atcmd.capture for --capture";
+        return false;
+    }
     dev_ = module_.open(error);
     if (dev_ == nullptr) return false;
     {

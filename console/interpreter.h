@@ -48,6 +48,9 @@ public:
     void warn_without_bt_address(bool on) { warn_without_bt_address_ = on; }
     // The module's log_level from its open on (-1 nothing .. 4 everything).
     void set_module_log_level(int level) { module_log_level_ = level; }
+    // A packet capture from the module's open on: path as the module sees it
+    // (absolute, under its root), set as persist.vendor.atcmd.capture.
+    void set_capture(const std::string &path) { capture_ = path; }
 
     void add_extension(Extension extension, CheckTest is_check = nullptr);
 
@@ -157,6 +160,7 @@ private:
     std::string log_destination_ = "standard error";
     bool warn_without_bt_address_ = false;
     int module_log_level_ = kModuleDefault;
+    std::string capture_;
     static constexpr int kModuleDefault = -2;  // leave log_level as the module has it
 
     mutable std::mutex msgs_mu_;

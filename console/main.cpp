@@ -27,7 +27,7 @@ constexpr int kExitUsage = 2;
 
 const char kUsage[] =
     "usage: atcmd-console [--dir DIR] [--variant NAME] [--root DIR] [--script FILE|-]\n"
-    "                     [--log FILE|-] [--log-level N]\n"
+    "                     [--log FILE|-] [--log-level N] [--capture FILE]\n"
     "  --dir DIR       where atcmdprocess.<variant>.so is (default: this program's\n"
     "                  directory, then its parent)\n"
     "  --variant NAME  the module variant (default: default)\n"
@@ -41,13 +41,16 @@ const char kUsage[] =
     "                  - leaves them on standard error, above the prompt\n"
     "  --log-level N   the module's log_level: -1 nothing, 0 failures .. 4 every\n"
     "                  line of traffic (default 4); `log N` changes it later\n"
+    "  --capture FILE  record the module's links and events from its open on, as\n"
+    "                  pcapng (tools/wireshark/atcmd.lua reads it); with --root the\n"
+    "                  file must lie inside the root\n"
     "Without --script, command lines come from standard input, with a prompt on a\n"
     "terminal. The console prints what the module tells its client on standard\n"
     "output and its own errors on standard error.\n"
     "Exit status: 0 success, 1 a command failed, 2 usage or load error.\n";
 
 struct Options {
-    std::string dir, variant = "default", root, script, log;
+    std::string dir, variant = "default", root, script, log, capture;
     long log_level = 4;
     bool help = false;
 };
@@ -71,6 +74,7 @@ bool parse(int argc, char **argv, Options *o, std::string *error) {
                               : arg == "--root"      ? &o->root
                               : arg == "--script"    ? &o->script
                               : arg == "--log"       ? &o->log
+                              : arg == "--capture"   ? &o->capture
                               : arg == "--log-level" ? &level
                                                      : nullptr;
         if (target == nullptr) {
@@ -169,6 +173,33 @@ bool default_dir(const std::string &variant, std::string *dir, std::string *erro
     return false;
 }
 
+// The module resolves every absolute path under its root, so a capture file
+// given here (relative to the working directory, or absolute) is handed to
+// it as the path inside that root.
+bool module_capture_path(const std::string &file, std::string *path, std::string *error) {
+    char cwd[PATH_MAX];
+    std::string abs = file;
+    if (file[0] != '/') {
+        if (getcwd(cwd, sizeof cwd) == nullptr) {
+            *error = "--capture: cannot tell the working directory";
+            return false;
+        }
+        abs = std::string(cwd) + "/" + file;
+    }
+    const char *root = getenv("ATCMD_SYSROOT");
+    if (root == nullptr || *root == '\0') {
+        *path = abs;
+        return true;
+    }
+    const std::string prefix = std::string(root) + "/";
+    if (abs.compare(0, prefix.size(), prefix) != 0) {
+        *error = "--capture " + file + " is not inside the root " + root;
+        return false;
+    }
+    *path = abs.substr(prefix.size() - 1);
+    return true;
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
@@ -204,6 +235,12 @@ int main(int argc, char **argv) {
                          "uses the real /dev and /sys\n";
     }
 
+    std::string capture_path;
+    if (!o.capture.empty() && !module_capture_path(o.capture, &capture_path, &error)) {
+        std::cerr << "atcmd-console: " << error << "\n";
+        return kExitUsage;
+    }
+
     std::ifstream file;
     if (!o.script.empty() && o.script != "-") {
         file.open(o.script);
@@ -235,6 +272,7 @@ int main(int argc, char **argv) {
     atcmd_console::Console console(terminal.out(), terminal.err());
     console.set_log_destination(log_where);
     console.set_module_log_level(static_cast<int>(o.log_level));
+    if (!o.capture.empty()) console.set_capture(capture_path);
     console.warn_without_bt_address(true);
     if (!console.open(o.dir, o.variant, &error)) {
         terminal.err() << "atcmd-console: " << error << "\n" << std::flush;

@@ -13,7 +13,8 @@ fail() { echo "FAIL: $*"; echo "--- output:"; cat "$root/out"; exit 1; }
 log=$root/atcmd-console.log
 clean() { ! grep -q 'Sanitizer\|runtime error' "$root/err" "$log" || fail "$(cat "$root/err" "$log")"; }
 
-"$console" --dir "$dir" --root "$root" --script - >"$root/out" 2>"$root/err" <<'SCRIPT'
+"$console" --dir "$dir" --root "$root" --capture "$root/sdcard/session.pcapng" --script - \
+    >"$root/out" 2>"$root/err" <<'SCRIPT'
 status
 platform 2   # the accessory on the UART
 status
@@ -39,6 +40,12 @@ grep -q "the module's log (level 4) goes to $log" "$root/err" || fail "log file 
 grep -q 'atcmdprocess_open' "$log" || fail "no module log in $log"
 grep -q 'atcmdprocess_open' "$root/out" "$root/err" && fail "module log on the console's streams"
 grep -q 'warning: net.bluetooth.macaddr is not set' "$root/err" || fail "no warning without a Bluetooth address"
+# --capture: a pcapng file (its first block's type) with the client's call in it.
+[ "$(head -c 4 "$root/sdcard/session.pcapng" | od -An -tx1 | tr -d ' ')" = 0a0d0d0a ] ||
+    fail "--capture wrote no pcapng file"
+grep -aq 'client AT+SN?#13&2' "$root/sdcard/session.pcapng" || fail "the capture lacks the client's line"
+"$console" --dir "$dir" --root "$root" --capture /elsewhere.pcapng --script - </dev/null >"$root/out" 2>"$root/err"
+[ $? -eq 2 ] && grep -q 'not inside the root' "$root/err" || fail "--capture outside the root accepted"
 
 printf 'echo before\nexpect "+SN (13)" 200\necho after\n' |
     "$console" --dir "$dir" --root "$root" --script - >"$root/out" 2>"$root/err"
